@@ -1,0 +1,63 @@
+#pragma once
+
+#include <string>
+
+#include "base/handles.h"
+
+namespace utility::detail {
+
+/// The entries of a directory in listing order, without "." and "..".
+class DirWalk {
+ public:
+  explicit DirWalk(const char* path) noexcept : dir_(::opendir(path)) {}
+  /// Opens `name` relative to the open directory `parent`.
+  DirWalk(int parent, const char* name) noexcept;
+
+  /// False when the directory could not be opened; `next` then yields nothing.
+  explicit operator bool() const noexcept { return dir_ != nullptr; }
+
+  /// The name of the next entry, or null behind the last one. Valid until the next call.
+  const char* next() noexcept;
+
+  /// The open directory, for the *at() calls.
+  int fd() const noexcept { return ::dirfd(dir_.get()); }
+
+ private:
+  Dir dir_;
+};
+
+/// True when every byte of `name` is a decimal digit; so too for the empty name.
+bool is_decimal(const char* name) noexcept;
+
+/// True when `name` reads as a number above zero; what follows its digits is ignored.
+bool begins_with_pid(const char* name) noexcept;
+
+/// The process entries of /proc in listing order.
+///
+/// Families differ in what they take for a process entry (`is_decimal` or `begins_with_pid`); on
+/// the kernel's own /proc both name the same entries.
+class ProcWalk {
+ public:
+  using NameTest = bool (*)(const char* name) noexcept;
+
+  explicit ProcWalk(NameTest is_process) noexcept : dir_("/proc"), is_process_(is_process) {}
+
+  explicit operator bool() const noexcept { return static_cast<bool>(dir_); }
+
+  /// Goes to the next process; false behind the last one.
+  bool next() noexcept;
+
+  /// The entry in hand: its name and the number that it reads as.
+  const char* name() const noexcept { return name_; }
+  int pid() const noexcept;
+
+  /// The open /proc.
+  int fd() const noexcept { return dir_.fd(); }
+
+ private:
+  DirWalk dir_;
+  NameTest is_process_;
+  const char* name_ = nullptr;
+};
+
+}  // namespace utility::detail
