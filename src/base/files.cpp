@@ -20,6 +20,7 @@ namespace {
 
 using detail::DirWalk;
 using detail::Fd;
+using detail::or_empty;
 
 constexpr int kDirectory = 1;
 constexpr int kRegular = 2;
@@ -66,8 +67,8 @@ bool copy_bytes(int source, int target) {
 bool is_same_file(const char* a, const char* b) {
   struct stat first {};
   struct stat second {};
-  return ::stat(a, &first) == 0 && ::stat(b, &second) == 0 && first.st_dev == second.st_dev &&
-         first.st_ino == second.st_ino;
+  return ::stat(or_empty(a), &first) == 0 && ::stat(or_empty(b), &second) == 0 &&
+         first.st_dev == second.st_dev && first.st_ino == second.st_ino;
 }
 
 // Copies by what the source is; 13 for a kind that is not copied.
@@ -113,7 +114,7 @@ bool CUnixTools::is_exist_dir(const char* path) {
 
 int CUnixTools::file_type(const char* path) {
   struct stat status {};
-  if (::lstat(path, &status) != 0) return kOther;
+  if (::lstat(or_empty(path), &status) != 0) return kOther;
   switch (status.st_mode & S_IFMT) {
     case S_IFDIR:
       return kDirectory;
@@ -128,13 +129,13 @@ int CUnixTools::file_type(const char* path) {
 
 unsigned long CUnixTools::read_file_permission(const char* path) {
   struct stat status {};
-  return ::stat(path, &status) == 0 ? status.st_mode : 0;
+  return ::stat(or_empty(path), &status) == 0 ? status.st_mode : 0;
 }
 
 int CUnixTools::create_file(const char* path, const unsigned long& mode) {
   if (detail::exists(path)) return 3;
   // No O_TRUNC: a file that appears at this very moment keeps its content.
-  const Fd file(::open(path, O_WRONLY | O_CREAT | O_CLOEXEC, static_cast<mode_t>(mode)));
+  const Fd file(::open(or_empty(path), O_WRONLY | O_CREAT | O_CLOEXEC, static_cast<mode_t>(mode)));
   return file ? 0 : 7;
 }
 
@@ -142,9 +143,9 @@ int CUnixTools::copy_regular_file(const char* source, const char* target) {
   if (is_same_file(source, target)) return 1;
   if (detail::exists(target)) ::unlink(target);
   // O_NONBLOCK: a link may point to a FIFO that nobody writes to.
-  const Fd in(::open(source, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  const Fd in(::open(or_empty(source), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   if (!in) return 1;
-  const Fd out(::open(target, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666));
+  const Fd out(::open(or_empty(target), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666));
   if (!out) return 1;
 
   struct stat status {};
@@ -155,8 +156,9 @@ int CUnixTools::copy_regular_file(const char* source, const char* target) {
 }
 
 int CUnixTools::copy_directory(const char* source, const char* target) {
-  if (!is_exist_dir(target)) ::mkdir(target, static_cast<mode_t>(read_file_permission(source)));
-  DirWalk entries(source);
+  if (!is_exist_dir(target))
+    ::mkdir(or_empty(target), static_cast<mode_t>(read_file_permission(source)));
+  DirWalk entries(or_empty(source));
   if (!entries) return 1;
   int status = 0;
   while (const char* name = entries.next()) status = copy_entry(source, target, name);
@@ -176,7 +178,7 @@ int CUnixTools::move_file(const char* source, const char* target, const bool& ov
 }
 
 int CUnixTools::rm_dir(const char* path) {
-  if (::rmdir(path) == 0) return 0;
+  if (::rmdir(or_empty(path)) == 0) return 0;
   if (errno != ENOTEMPTY && errno != EEXIST) return 11;
   DirWalk entries(path);
   if (!entries) return 11;
