@@ -7,7 +7,7 @@
 
 namespace utility {
 
-/// File, directory and command operations.
+/// File, directory and command operations; the host's firewall; the agent's own installation.
 ///
 /// "Exists" means what access(2) says: links are followed, so a dangling link does not exist. No
 /// operation throws or prints, and all may run on any number of threads at once.
@@ -147,6 +147,86 @@ class UTILITY_API CUnixTools {
   /// Returns the executable's path of process `pid` (the link /proc/<pid>/exe, at most 1024 bytes
   /// of it); empty when the link cannot be read.
   static std::string get_process_path(const int& pid);
+
+  /// Opens a TCP port in the host's firewall.
+  ///
+  /// What is done depends on the distribution family; a failing command is not reported:
+  ///   - "centos" with /bin/firewall-cmd: "firewall-cmd --add-port=PORT/tcp --permanent" and a
+  ///   reload;
+  ///   - "centos" without: the rule line "-A INPUT -p tcp -m tcp --dport PORT -j ACCEPT" goes into
+  ///     /etc/amh-iptables when that exists, else into /etc/sysconfig/iptables, as `appand_rule`
+  ///     does it, and the service that reads the file is restarted (/etc/init.d/amh-start or
+  ///     iptables), also when there was no file;
+  ///   - "ubuntu": "sudo ufw allow PORT";
+  ///   - any other text, "suse" and "debian" included: nothing.
+  ///
+  /// The restart command ends in "2&> /dev/null". Where /bin/sh does not know "&>" as a redirection
+  /// (dash, for one), the script gets a second argument "2" and is left running in the background.
+  ///
+  /// @param distribution  compared exactly.
+  /// @param port          written in decimal, unchecked.
+  /// @return always 0.
+  static int iptables_allow_port(const std::string& distribution, const int& port);
+
+  /// Closes a TCP port: the reverse of `iptables_allow_port`, with "--remove-port", "ufw delete
+  /// allow" and `delete_rule` in place of their opposites.
+  ///
+  /// @return always 0.
+  static int iptables_banned_port(const std::string& distribution, const int& port);
+
+  /// Inserts a rule line into a file in the iptables-save format, behind the first line that begins
+  /// with ":INPUT"; without such a line the file keeps its content. A rule that is there already is
+  /// added again.
+  ///
+  /// The file is copied line by line (in pieces of 1023 bytes) to `file` + ".tvbak", which then
+  /// replaces it and has its mode. A ".tvbak" left over from an interrupted run is not emptied: its
+  /// lines end up in front. Nothing is reported; a file that cannot be opened, or a copy that
+  /// cannot be written, leaves the rule file as it was. There is no lock: callers serialise their
+  /// edits.
+  ///
+  /// @param rule  the line with its line feed.
+  static void appand_rule(const std::string& file, const std::string& rule);
+
+  /// Removes the first occurrence of `rule` (a line with its line feed) from a file, which is read
+  /// whole and written back in place. Nothing is written when there is none. Nothing is reported,
+  /// and there is no lock and no backup: a write that fails half way leaves a short file.
+  static void delete_rule(const std::string& file, const std::string& rule);
+
+  /// True when the agent is installed as a service: /etc/init.d/tarvel exists.
+  static bool program_is_tarvel();
+
+  /// Returns the agent's installation directory: the first line (at most 1023 bytes) of
+  /// /var/log/version_control, or "/usr/local/tarvel_agent" when that cannot be opened.
+  ///
+  /// The answer is kept for the life of the process, except that an empty first line is read again
+  /// at the next call. The kept text is not locked: make the first call before other threads start.
+  static std::string get_tarvel_path();
+
+  /// Tells which edition of the agent is installed, and for which distribution family.
+  ///
+  /// @param edition       2 when the installation directory contains "pxqnt", else 1 when it
+  /// contains
+  ///                      "vek", else 0.
+  /// @param distribution  0 centos, 1 ubuntu, 2 suse, 3 debian: the first of these names that
+  /// exists in
+  ///                      the installation directory. Untouched when none does.
+  static void get_oem_and_issue(int& edition, int& distribution);
+
+  /// Returns the value of an entry in the file "command_control" of the installation directory.
+  ///
+  /// The first line (of at most 127 bytes) that begins with `name` counts, whatever follows the
+  /// name; the one byte behind the name is dropped and the rest trimmed.
+  ///
+  /// @return the value; empty when the file cannot be opened or no line begins so.
+  /// @throws std::out_of_range when that line ends with the name itself, without even a line feed.
+  static std::string get_agent_names(const char* name);
+
+  /// Starts (0) or stops (1) the agent's script service: /etc/init.d/NAME with the name that
+  /// `get_agent_names("script_server")` gives. Any other operation does nothing; no result is
+  /// reported.
+  ///
+  /// The name goes to the shell as it stands in the file.
+  static void operate_agent_service(const int& operation);
 };
 
 }  // namespace utility
