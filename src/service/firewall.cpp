@@ -3,13 +3,13 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include <array>
 #include <cstdio>
 #include <string_view>
 
 #include "base/handles.h"
 #include "base/line_reader.h"
 #include "base/paths.h"
+#include "base/read_all.h"
 #include "utility/CUnixTools.h"
 
 namespace utility {
@@ -86,15 +86,6 @@ bool copy_with_rule(detail::LineReader& lines, detail::File copy, const std::str
   return std::fclose(copy.release()) == 0 && written && !lines.failed();
 }
 
-std::string read_all(FILE* stream) {
-  std::string text;
-  std::array<char, 4096> block;
-  while (const std::size_t count = std::fread(block.data(), 1, block.size(), stream)) {
-    text.append(block.data(), count);
-  }
-  return text;
-}
-
 }  // namespace
 
 int CUnixTools::iptables_allow_port(const std::string& distribution, const int& port) {
@@ -125,7 +116,7 @@ void CUnixTools::appand_rule(const std::string& file, const std::string& rule) {
 void CUnixTools::delete_rule(const std::string& file, const std::string& rule) {
   detail::File stream = detail::open_file(file.c_str(), "re");
   if (!stream) return;
-  std::string text = read_all(stream.get());
+  std::string text = detail::read_all(stream.get());
   if (std::ferror(stream.get()) != 0) return;
   const std::size_t at = text.find(rule);
   if (at == std::string::npos || rule.empty()) return;

@@ -69,6 +69,8 @@ void start_loopback() {
 
 void prepare_files() {
   require(::mount("tmpfs", g_scratch.c_str(), "tmpfs", 0, "mode=0755") == 0, "scratch");
+  // What runs on the machine (systemd, daemons' sockets) must not be reachable from inside.
+  require(::mount("tmpfs", "/run", "tmpfs", 0, "mode=0755") == 0, "/run");
   require(::mount("proc", "/proc", "proc", 0, nullptr) == 0, "/proc");
   fs::create_directory(g_scratch + "/etc");
   fs::copy("/etc", g_scratch + "/etc",

@@ -1,0 +1,165 @@
+// The editing and daemon-control half of CUnixLog.
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <thread>
+
+#include "base/handles.h"
+#include "base/line_reader.h"
+#include "service/log_file.h"
+#include "service/service_command.h"
+#include "utility/CStr.h"
+#include "utility/CUnixLog.h"
+#include "utility/CUnixTools.h"
+
+namespace utility {
+namespace {
+
+// 0 for an existing regular file, else the code that refuses it as an action.
+int check_action(const std::string& path) {
+  struct stat status {};
+  if (::stat(path.c_str(), &status) != 0 && errno == ENOENT) return 20;
+  return S_ISREG(status.st_mode) ? 0 : 21;
+}
+
+// What is left of `line`, selectors `selectors`, when the selector `key` at `at` goes.
+std::string without_selector(std::string line, const std::string& selectors, const std::string& key,
+                             std::size_t at) {
+  if (selectors == key) return "\n";
+  line.erase(at, key.size());
+  if (at < line.size() && line[at] == ';') line.erase(at, 1);
+  return line + "\n";
+}
+
+bool write_bytes(FILE* file, const char* data, std::size_t size) {
+  return std::fwrite(data, 1, size, file) == size;
+}
+
+// Cuts the file to `size` and fills it with spaces up to `old_size` again.
+int refill(FILE* file, long size, long old_size) {
+  const int fd = ::fileno(file);
+  if (fd < 0) return 9;
+  if (::ftruncate(fd, size) != 0) return 19;
+  if (std::fseek(file, size, SEEK_SET) != 0) return 14;
+  for (long at = size; at < old_size; ++at) {
+    if (std::fputc(' ', file) == EOF) return 15;
+  }
+  return std::fflush(file) == 0 ? 0 : 15;
+}
+
+// Edits every line that holds the rule; `removed` tells whether there was one.
+int remove_rule(const CUnixLog::UnixLogData& data, bool& removed) {
+  const detail::File file = detail::open_file(detail::log_file_path().c_str(), "r+e");
+  if (!file) return 3;
+  detail::LineReader lines(file.get(), detail::kLogLineCapacity);
+  if (!lines.ready()) return 4;
+
+  const std::string key = data.fac + "." + data.level;
+  for (long start = std::ftell(file.get()); lines.next(); start = std::ftell(file.get())) {
+    const long end = std::ftell(file.get());
+    const std::string line = detail::rule_text(lines);
+    const std::size_t at = line.find(key);
+    if (at == std::string::npos) continue;
+
+    std::string selectors;
+    std::string action;
+    const int divided = CUnixLog::divide_src_obj(line, selectors, action);
+    if (divided != 0) return divided;
+    if (action != data.obj) continue;
+    std::string rest = without_selector(line, selectors, key, at);
+    const int replaced = CUnixLog::sub_line(file.get(), start, end, rest);
+    if (replaced != 0) return replaced;
+    removed = true;
+  }
+  return lines.failed() ? 9 : 0;
+}
+
+// 102 looks, 100 ms apart: about 10 seconds for the daemon to come or go.
+int await_daemon(bool running) {
+  for (int count = 0; CUnixLog::is_running() != running; ++count) {
+    if (count > 100) return 18;
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  }
+  return 0;
+}
+
+}  // namespace
+
+int CUnixLog::add_log_data(UnixLogData& data) {
+  // Facility and level are not validated: daemons know more names than the searches here do.
+  bool found = false;
+  const int looked = is_existed_data(data, found);
+  if (looked != 0) return looked;
+  if (found) return 12;
+  const int refused = check_action(data.obj);
+  if (refused != 0) return refused;
+  const int put = put_line(data.fac + "." + data.level + "\t\t" + data.obj + "\n");
+  return put != 0 ? put : restart_syslog();
+}
+
+int CUnixLog::del_log_data(UnixLogData& data) {
+  bool removed = false;
+  const int edited = remove_rule(data, removed);
+  if (edited != 0) return edited;
+  return removed ? restart_syslog() : 10;
+}
+
+int CUnixLog::put_line(const std::string& text) {
+  if (text.empty()) return 1;
+  const detail::File file = detail::open_file(detail::log_file_path().c_str(), "ae");
+  if (!file) return 3;
+  std::fprintf(file.get(), "\n%s", text.c_str());
+  return 0;
+}
+
+int CUnixLog::sub_line(FILE* file, long start, long end, std::string& text) {
+  if (file == nullptr) return 1;
+  if (std::fseek(file, 0, SEEK_END) != 0) return 14;
+  const long old_size = std::ftell(file);
+  if (end > old_size) return 9;
+  if (start > end) return 14;
+  const auto tail_size = static_cast<std::size_t>(old_size - end);
+  const detail::Buffer tail = detail::make_buffer(tail_size);
+  if (!tail) return 4;
+  if (std::fseek(file, end, SEEK_SET) != 0) return 14;
+  if (std::fread(tail.get(), 1, tail_size, file) != tail_size) return 9;
+
+  if (std::fseek(file, start, SEEK_SET) != 0) return 14;
+  if (!write_bytes(file, text.data(), text.size())) return 15;
+  const long behind_text = start + static_cast<long>(text.size());
+  if (!write_bytes(file, tail.get(), tail_size) || std::fflush(file) != 0) return 15;
+
+  const long new_size = behind_text + static_cast<long>(tail_size);
+  if (new_size < old_size) {
+    const int refilled = refill(file, new_size, old_size);
+    if (refilled != 0) return refilled;
+  }
+  return std::fseek(file, behind_text, SEEK_SET) == 0 ? 0 : 14;
+}
+
+bool CUnixLog::is_running() {
+  return CUnixTools::exec_cmd(("ps -eo comm|grep -q " + m_syslog_name).c_str()) == 0;
+}
+
+int CUnixLog::start_syslog() {
+  if (is_running()) return 5;
+  return detail::run_service(m_syslog_name, "start") ? await_daemon(true) : 6;
+}
+
+int CUnixLog::stop_syslog() {
+  if (!is_running()) return 7;
+  return detail::run_service(m_syslog_name, "stop") ? await_daemon(false) : 6;
+}
+
+int CUnixLog::restart_syslog() {
+  if (is_running()) {
+    const int stopped = stop_syslog();
+    if (stopped != 0) return stopped;
+  }
+  return start_syslog();
+}
+
+}  // namespace utility
