@@ -9,7 +9,7 @@
 namespace utility::detail {
 
 bool exists(const char* path) noexcept {
-  return ::access(path, F_OK) == 0;
+  return ::access(or_empty(path), F_OK) == 0;
 }
 
 bool read_link_at(int dir, const char* path, std::size_t limit, std::string& target) {

@@ -6,6 +6,11 @@
 // Small questions about paths that several families ask.
 namespace utility::detail {
 
+/// Lets a null path be examined as the empty one, which never exists.
+inline const char* or_empty(const char* path) noexcept {
+  return path != nullptr ? path : "";
+}
+
 /// True when `path` exists (links followed, so a dangling link does not).
 bool exists(const char* path) noexcept;
 

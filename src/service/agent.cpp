@@ -1,0 +1,73 @@
+// The part of CUnixTools that knows the agent's own installation.
+
+#include <string_view>
+
+#include "base/handles.h"
+#include "base/line_reader.h"
+#include "base/paths.h"
+#include "utility/CStr.h"
+#include "utility/CUnixTools.h"
+
+namespace utility {
+namespace {
+
+std::string read_installation_directory() {
+  const detail::File stream = detail::open_file("/var/log/version_control", "re");
+  if (!stream) return "/usr/local/tarvel_agent";
+  detail::LineReader lines(stream.get(), 1024);
+  if (!lines.ready() || !lines.next()) return {};
+  std::string directory(lines.line());
+  if (!directory.empty() && directory.back() == '\n') directory.pop_back();
+  return directory;
+}
+
+}  // namespace
+
+bool CUnixTools::program_is_tarvel() {
+  return detail::exists("/etc/init.d/tarvel");
+}
+
+std::string CUnixTools::get_tarvel_path() {
+  static std::string s_directory;
+  if (s_directory.empty()) s_directory = read_installation_directory();
+  return s_directory;
+}
+
+void CUnixTools::get_oem_and_issue(int& edition, int& distribution) {
+  constexpr const char* kFamilies[] = {"/centos", "/ubuntu", "/suse", "/debian"};
+  const std::string directory = get_tarvel_path();
+  const auto contains = [&](const char* text) { return directory.find(text) != std::string::npos; };
+  edition = contains("pxqnt") ? 2 : contains("vek") ? 1 : 0;
+
+  int code = 0;
+  for (const char* family : kFamilies) {
+    if (detail::exists((directory + family).c_str())) {
+      distribution = code;
+      return;
+    }
+    ++code;
+  }
+}
+
+std::string CUnixTools::get_agent_names(const char* name) {
+  const std::string_view key = detail::or_empty(name);
+  const detail::File stream =
+      detail::open_file((get_tarvel_path() + "/command_control").c_str(), "re");
+  if (!stream) return {};
+  detail::LineReader lines(stream.get(), 128);
+  while (lines.ready() && lines.next()) {
+    if (lines.line().substr(0, key.size()) != key) continue;
+    std::string value = std::string(lines.line()).substr(key.size() + 1);
+    CStr::trim(value);
+    return value;
+  }
+  return {};
+}
+
+void CUnixTools::operate_agent_service(const int& operation) {
+  constexpr const char* kVerbs[] = {" start", " stop"};
+  if (operation != 0 && operation != 1) return;
+  exec_cmd(("/etc/init.d/" + get_agent_names("script_server") + kVerbs[operation]).c_str());
+}
+
+}  // namespace utility
