@@ -68,13 +68,14 @@ class UTILITY_API CDiyLog {
   void refresh_prefix(std::time_t now);
   void put_line(std::time_t now, char* message, std::size_t length);
 
-  std::ofstream m_stream;
-  std::mutex m_lock;
-  std::string m_path;
-  bool m_inited;
-  int m_pid;
-  unsigned long m_flags;
-  // What all lines of one second begin with, the four blanks included, and that second.
+  std::ofstream m_stream;  ///< closed until `init`
+  std::mutex m_lock;       ///< guards everything here
+  std::string m_path;      ///< as given to `init`
+  bool m_inited;           ///< `init` was called, with success or without
+  int m_pid;               ///< the process id to print, 0 for none
+  unsigned long m_flags;   ///< of the last call of `init`
+  /// What all lines of one second begin with, the four blanks included, and that second. Breaking
+  /// down and printing the time anew for each line would cost as much as writing it.
   std::time_t m_prefix_time;
   std::size_t m_prefix_size;
   char m_prefix[112];

@@ -24,6 +24,9 @@ class UTILITY_API CDump {
   /// Lines of other threads do not mix with a line of the dump. Errors of the stream stay there,
   /// for ferror(3).
   ///
+  /// @param stream  stays open and is not flushed.
+  /// @param data    only read.
+  /// @param len     bytes; with 0 the last line is the only one.
   /// @return 0; 1 when `stream` or `data` is null; 2 when there is no memory for a line. On failure
   ///         nothing is printed.
   static int fdump(FILE* stream, char* data, unsigned long len);
@@ -42,10 +45,11 @@ class UTILITY_API CDump {
   /// Sets the number of bytes per line, 16 at first. With 0 a dump shows no data: it is a blank and
   /// a line feed.
   static void setmaxline(unsigned long bytes);
+  /// The number of bytes per line.
   static unsigned long getmaxline();
 
  private:
-  static unsigned long m_max_line;
+  static unsigned long m_max_line;  ///< bytes per line
 };
 
 }  // namespace utility

@@ -12,6 +12,11 @@ namespace utility {
 /// new `init`. A signal wakes exactly one of the threads that are waiting; the others sleep on to
 /// their limit, and without a limit for good. Give each waiting thread its own event, or a limit.
 ///
+///     CEvent done;
+///     if (!done.init()) return;
+///     start_worker(&done);              // which ends with done.signal()
+///     if (done.wait(5000) == 1) ...     // not done within five seconds
+///
 /// `wait` and `signal` may run on any number of threads at once. `init` and `release` must have the
 /// event to themselves: a `release` under a waiting thread does not return before that thread does.
 class UTILITY_API CEvent {
@@ -51,9 +56,9 @@ class UTILITY_API CEvent {
   void signal();
 
  private:
-  pthread_cond_t* m_cond;
-  pthread_mutex_t* m_lock;
-  int m_signaled;
+  pthread_cond_t* m_cond;   ///< null when the event is not ready
+  pthread_mutex_t* m_lock;  ///< guards `m_signaled`
+  int m_signaled;           ///< 1 once signalled
 };
 
 }  // namespace utility

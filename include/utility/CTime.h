@@ -12,7 +12,7 @@ class UTILITY_API CTime {
  public:
   /// A duration in parts; all of them carry the sign of the whole.
   struct TimeSeg {
-    int days;
+    int days;     ///< whole days
     int hours;    ///< -23 to 23
     int minutes;  ///< -59 to 59
     int seconds;  ///< -59 to 59

@@ -35,8 +35,9 @@ class UTILITY_API TarvelVersion {
   ///         `parts` is untouched.
   static bool analyze_version(const std::string& text, std::vector<int>& parts);
 
-  /// The same numbers, and as many.
+  /// The same numbers, and as many: "3.2.1" and "tarvel_03.2.1", but not "3.2.1.0".
   bool operator==(const TarvelVersion& other) const;
+  /// Another number, or another count of them.
   bool operator!=(const TarvelVersion& other) const;
   /// Equal or greater; also where one value's numbers begin the other's.
   bool operator>=(const TarvelVersion& other) const;
@@ -48,9 +49,9 @@ class UTILITY_API TarvelVersion {
   bool operator<(const TarvelVersion& other) const;
 
  private:
-  std::string m_version;
-  bool m_regular;
-  std::vector<int> m_parts;
+  std::string m_version;     ///< the text as given
+  bool m_regular;            ///< the text could be analysed
+  std::vector<int> m_parts;  ///< its numbers in order
 };
 
 }  // namespace utility

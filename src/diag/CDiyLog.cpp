@@ -51,14 +51,12 @@ bool CDiyLog::init(std::string path, unsigned long flags) {
 }
 
 // Opens the file as the stream itself would, but closed in programs that the agent starts: a daemon
-// restarted from here would hold a deleted log's disk space for as long as it runs. The stream has
-// no buffer, which makes a line one system call, and leaves nothing for the close to write after
-// the disk was full.
+// restarted from here would hold a deleted log's disk space for as long as it runs.
 void CDiyLog::open_file(int mode) {
   detail::Fd file(::open(m_path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | mode, 0666));
   if (file) {
     const int fd = file.release();  // the buffer's now, if it can use it
-    __gnu_cxx::stdio_filebuf<char> buffer(fd, std::ios::out, 1);
+    __gnu_cxx::stdio_filebuf<char> buffer(fd, std::ios::out);
     if (buffer.is_open()) {
       *m_stream.rdbuf() = std::move(buffer);
     } else {
@@ -77,8 +75,9 @@ void CDiyLog::write_log(const char* format, ...) {
   if (format == nullptr) return;
   const std::time_t now = std::time(nullptr);
 
-  char small[kPrefixRoom + kBlock]{};
+  char small[kPrefixRoom + kBlock];
   char* message = small + kPrefixRoom;
+  std::memset(message, 0, kBlock);  // a failing conversion promises no closing NUL
   detail::Buffer large;
 
   std::va_list arguments;
