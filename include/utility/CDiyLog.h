@@ -38,7 +38,8 @@ class UTILITY_API CDiyLog {
 
   /// Opens the log file, making it where there is none. An object is opened once only.
   ///
-  /// The file is not passed on to programs that the process starts.
+  /// The file is not passed on to programs that the process starts. Where `path` is a pipe, the
+  /// call waits for a reader, as open(2) does.
   ///
   /// @param path   the file; also what is deleted and made again when the file is full.
   /// @param flags  `Flag` bits. With `kProcessId` the id of the process that calls `init` is meant,
@@ -60,7 +61,11 @@ class UTILITY_API CDiyLog {
   /// Failures are not reported. Once writing or opening failed (a full disk), the object drops
   /// every later line; before `init`, and for a null `format`, there is no line either.
   ///
-  /// @param format  the message, as for printf(3), followed by its arguments.
+  /// Takes a lock and may allocate: not for signal handlers, nor for the child of a fork() that
+  /// another thread may have made amid a line.
+  ///
+  /// @param format  the message, as for printf(3), followed by its arguments; the compiler checks
+  ///                them. "%m" is the error of the caller's errno.
   void write_log(const char* format, ...) __attribute__((format(printf, 2, 3)));
 
  private:

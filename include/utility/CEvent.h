@@ -34,7 +34,8 @@ class UTILITY_API CEvent {
   ///         or another resource is lacking (nothing stays allocated, `init` may be tried again).
   bool init();
 
-  /// Frees what `init` made; `init` may follow. Harmless for an event that is not ready.
+  /// Frees what `init` made and forgets the signal; `init` may follow. Harmless for an event that
+  /// is not ready.
   void release();
 
   /// True between a successful `init` and `release`.

@@ -6,6 +6,7 @@ namespace utility {
 
 /// Texts of calendar times, and durations split into days, hours, minutes and seconds.
 ///
+/// Source: localtime_r(3), gmtime_r(3) and strftime(3), with a tzset(3) before each local time.
 /// All operations may run on any number of threads at once. Local time follows TZ, or
 /// /etc/localtime, as it is at the time of the call; texts follow the process's locale.
 class UTILITY_API CTime {

@@ -9,20 +9,26 @@ namespace utility {
 
 /// A version text such as "3.2.1", "tarvel_3.2.1" or "3.2.1-beta", and its numbers.
 ///
-/// The comparisons look at the numbers alone, one by one up to the first that differs, and are no
-/// total order. Values are equal when they have the same numbers and as many of them. Where one
-/// value's numbers only begin the other's (or one has none), `>` and `>=` hold both ways round, and
-/// `<` and `<=` neither way: "3.2.0" > "3.2.0.0" and "3.2.0.0" > "3.2.0". Hence these values are
-/// not for sorting.
+/// The comparisons look at the numbers alone, one by one up to the first that differs:
+///
+///     the numbers                          hold            do not hold
+///     same numbers, as many of them        ==  <=  >=      !=  <  >
+///     first difference: less here          !=  <   <=      ==  >  >=
+///     first difference: greater here       !=  >   >=      ==  <  <=
+///     one begins the other, or has none    !=  >   >=      ==  <  <=
+///
+/// That is no total order: "3.2.0" > "3.2.0.0" and "3.2.0.0" > "3.2.0" as well. These values are
+/// not for sorting, nor for keys.
 class UTILITY_API TarvelVersion {
  public:
-  /// Keeps `text` and its numbers, as `analyze_version` finds them.
+  /// Keeps `text` and the numbers that `analyze_version` finds in it; none where it finds fewer
+  /// than two dots.
   TarvelVersion(const std::string& text);
 
   /// True when `text` could be analysed; otherwise there are no numbers.
   bool is_regular_ver() const;
 
-  /// Appends the numbers of the version in `text` to `parts`.
+  /// Appends the numbers of the version in `text` to `parts`, as the constructor does.
   ///
   /// The first "(", "_" or "-" divides the text: what stands before it counts when the text begins
   /// with a digit, else what stands behind it. That, trimmed, is split at dots; empty pieces are
@@ -30,6 +36,7 @@ class UTILITY_API TarvelVersion {
   /// A number beyond `long` is the nearest `long`; of a number beyond `int` the low 32 bits are
   /// kept.
   ///
+  /// @param text   the version; a NUL byte ends the piece that it stands in.
   /// @param parts  receives the numbers; appended to, never cleared.
   /// @return false when the whole `text` has fewer than two dots, wherever they stand. On failure
   ///         `parts` is untouched.
