@@ -1,0 +1,54 @@
+#include "utility/CEvent.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <climits>
+#include <fstream>
+#include <future>
+
+#include "support/alloc_fault.h"
+
+using utility::CEvent, std::chrono::system_clock;
+
+TEST(CEvent, StaysSetUntilReleased) {
+  CEvent event;
+  event.signal();
+  EXPECT_EQ(event.wait(-1), -1) << "not ready";
+  for (std::size_t allowed : {0, 1}) {
+    const AllocFault fault(allowed);
+    EXPECT_FALSE(event.init() || event.is_valid());
+  }
+  for (int round = 0; round < 2; ++round, event.release()) {
+    ASSERT_TRUE(event.init() && event.is_valid());
+    EXPECT_EQ(event.wait(1), 1);  // a second begins
+    const std::time_t start = system_clock::to_time_t(system_clock::now());
+    const std::clock_t busy = std::clock();
+    EXPECT_EQ(event.wait(0), 1);
+    EXPECT_EQ(event.wait(1500), 1);
+    EXPECT_EQ(system_clock::to_time_t(system_clock::now()), start + 2);
+    EXPECT_LT(std::clock() - busy, CLOCKS_PER_SEC / 4) << "asleep meanwhile";
+    event.signal();
+    EXPECT_TRUE(event.init()) << "ready already";
+    for (const int ms : {0, -1, 1, INT_MAX, INT_MIN}) EXPECT_EQ(event.wait(ms), 0) << ms;
+  }
+}
+
+TEST(CEvent, ASignalWakesOneWaiter) {
+  for (const int ms : {-1, INT_MAX, 4000}) {
+    CEvent event;
+    event.init();
+    std::vector<std::future<int>> waits(ms == 4000 ? 8 : 1);
+    for (auto& wait : waits) {
+      std::atomic<int> id{0};
+      wait = std::async(std::launch::async, [&] { return id = ::gettid(), event.wait(ms); });
+      for (std::string state; state != "S";) {  // until it sleeps
+        std::ifstream("/proc/self/task/" + std::to_string(id) + "/stat") >> state >> state >> state;
+      }
+    }
+    event.signal();
+    const auto woken = [](std::future<int>& wait) { return wait.get() == 0; };
+    EXPECT_EQ(std::count_if(waits.begin(), waits.end(), woken), 1);
+  }
+}
