@@ -1,0 +1,58 @@
+#include "utility/CTime.h"
+
+#include <cstddef>
+#include <ctime>
+
+#include "diag/local_time.h"
+
+namespace utility {
+namespace {
+
+enum Zone { kLocal = 0, kUtc = 1 };
+
+bool break_down(std::time_t t, int zone, std::tm& parts) noexcept {
+  switch (zone) {
+    case kLocal:
+      return detail::local_time(t, parts);
+    case kUtc:
+      return ::gmtime_r(&t, &parts) != nullptr;
+    default:
+      return false;
+  }
+}
+
+char* write_time(long t, int zone, const char* format, char* out, int size) noexcept {
+  if (format == nullptr || out == nullptr || size < 0) return nullptr;
+  std::tm parts{};
+  if (!break_down(t, zone, parts)) return nullptr;
+  const std::size_t length = std::strftime(out, static_cast<std::size_t>(size), format, &parts);
+  return length > 0 ? out : nullptr;
+}
+
+}  // namespace
+
+char* CTime::chtm_base(long t, int zone, char* format, char* out, int size) {
+  return write_time(t, zone, format, out, size);
+}
+
+char* CTime::get_local_time_yyyymmdd(long t, char* out, int size) {
+  return write_time(t, kLocal, "%F", out, size);
+}
+
+char* CTime::get_local_time_all(long t, char* out, int size) {
+  return write_time(t, kLocal, "%c", out, size);
+}
+
+char* CTime::get_local_time_4_mysql(long t, char* out, int size) {
+  return write_time(t, kLocal, "%F %T", out, size);
+}
+
+void CTime::time_2_seg(long seconds, TimeSeg* seg) {
+  if (seg == nullptr) return;
+  seg->days = static_cast<int>(seconds / 86400);
+  seg->hours = static_cast<int>(seconds / 3600 % 24);
+  seg->minutes = static_cast<int>(seconds / 60 % 60);
+  seg->seconds = static_cast<int>(seconds % 60);
+}
+
+}  // namespace utility
