@@ -161,7 +161,7 @@ std::string CConv::url_encode(const std::string& text) {
     } else {
       *end++ = '%';
       const auto byte = static_cast<unsigned char>(c);
-      end = detail::put_hex(end, &byte, 1, detail::kUpperHex);
+      end = detail::put_hex(end, &byte, 1, 'A');
     }
   }
   return {buffer.get(), end};

@@ -1,0 +1,70 @@
+#include "utility/md5wrapper.h"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdio>
+#include <limits>
+#include <new>
+#include <string_view>
+
+#include "base/handles.h"
+#include "codec/hex.h"
+#include "utility/MD5.h"
+
+namespace utility {
+namespace {
+
+// Large enough for the system calls not to count, small enough for any thread's stack. The digest
+// does not depend on it.
+constexpr std::size_t kFileBlock = 32768;
+
+}  // namespace
+
+md5wrapper::md5wrapper() : md5_(new (std::nothrow) MD5) {}
+
+md5wrapper::~md5wrapper() = default;
+
+std::string md5wrapper::getHashFromString(const std::string& text) {
+  return hashit(text);
+}
+
+std::string md5wrapper::hashit(const std::string& text) {
+  MD5::MD5_CTX context;
+  MD5::MD5Init(&context);
+  std::string_view rest = text;
+  while (!rest.empty()) {
+    constexpr std::size_t kMost = std::numeric_limits<unsigned int>::max();
+    const std::size_t size = std::min(rest.size(), kMost);
+    auto* bytes = reinterpret_cast<unsigned char*>(const_cast<char*>(rest.data()));
+    MD5::MD5Update(&context, bytes, static_cast<unsigned int>(size));
+    rest.remove_prefix(size);
+  }
+  std::array<unsigned char, 16> digest{};
+  MD5::MD5Final(digest.data(), &context);
+  return convToString(digest.data());
+}
+
+std::string md5wrapper::getHashFromFile(const std::string& path) {
+  const detail::File file = detail::open_file(path.c_str(), "rbe");
+  if (!file) return "-1";
+  std::setvbuf(file.get(), nullptr, _IONBF, 0);
+
+  MD5::MD5_CTX context;
+  MD5::MD5Init(&context);
+  std::array<unsigned char, kFileBlock> block;
+  while (const std::size_t size = std::fread(block.data(), 1, block.size(), file.get())) {
+    MD5::MD5Update(&context, block.data(), static_cast<unsigned int>(size));
+  }
+  std::array<unsigned char, 16> digest{};
+  MD5::MD5Final(digest.data(), &context);
+  return convToString(digest.data());
+}
+
+std::string md5wrapper::convToString(unsigned char digest[16]) {
+  std::string text(32, '\0');
+  detail::put_hex(text.data(), digest, 16, 'a');
+  return text;
+}
+
+}  // namespace utility
