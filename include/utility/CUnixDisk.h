@@ -1,0 +1,115 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "utility/Export.h"
+
+namespace utility {
+
+/// The host's disks in the shape of a logical-volume model.
+///
+/// No volume manager is asked. The kernel's partition list stands in for it: every whole "sd" or
+/// "hd" disk is a volume group and a physical volume, and every partition of it a logical volume.
+/// Other devices (vda, nvme0n1, dm-0, ...) do not appear.
+///
+/// A disk is known by its first three characters only, in all operations: sdaa counts as a
+/// partition of sda.
+///
+/// Callbacks return 0 to go on and anything else to stop; records live only for the call; a null
+/// callback is told nothing. All operations may run on any number of threads at once.
+class UTILITY_API CUnixDisk {
+ public:
+  /// A volume group: a whole disk.
+  struct UnixDiskVg {
+    std::string name;           ///< Disk name, such as "sda".
+    std::string path;           ///< "/dev/" and the disk name.
+    std::string id;             ///< The disk name again.
+    std::int64_t lv_count = 0;  ///< Number of the disk's partitions.
+    std::int64_t extra = 0;     ///< Always 0.
+    bool active = true;         ///< Always true.
+  };
+
+  /// A physical volume: a whole disk.
+  struct UnixDiskPv {
+    std::string name;     ///< Disk name.
+    std::string path;     ///< "/dev/" and the disk name.
+    std::string vg_name;  ///< The disk name again: each disk is its own group.
+  };
+
+  /// A logical volume: a partition.
+  struct UnixDiskLv {
+    std::string name;     ///< Partition name, such as "sda1".
+    std::string path;     ///< "/dev/" and the partition name.
+    std::string vg_name;  ///< The group name as the caller passed it.
+  };
+
+  /// Lists the names of "sd" and "hd" disks and their partitions.
+  ///
+  /// @param names  receives the names in the kernel's order; appended to, never cleared.
+  /// @return 0; 10 when the list cannot be opened (`names` is untouched).
+  /// Source: /proc/partitions in lines of at most 127 bytes; others than "major minor blocks name"
+  /// are skipped.
+  static int get_disk_info_from_proc(std::vector<std::string>& names);
+
+  /// Counts the partitions of a disk.
+  ///
+  /// @param disk   the disk name; fewer than three characters match nothing.
+  /// @param names  the names to count in: those longer than three characters that begin with the
+  ///               first three of `disk`. Not changed.
+  /// @return the number of partitions.
+  static int get_disk_partition_total(std::string disk, std::vector<std::string>& names);
+
+  /// Calls `callback` for each volume group: every name of exactly three characters.
+  ///
+  /// @return 0; 2 when the callback stopped it; 10 when the partition list cannot be opened.
+  /// Source: /proc/partitions.
+  static int get_vgs(int (*callback)(const UnixDiskVg&, void*), void* context);
+
+  /// Calls `callback` for each physical volume: every name of exactly three characters.
+  ///
+  /// @return 0; 2 when the callback stopped it; 10 when the partition list cannot be opened.
+  /// Source: /proc/partitions.
+  static int get_pvs(int (*callback)(const UnixDiskPv&, void*), void* context);
+
+  /// Calls `callback` for each logical volume of a group, having written the volume's path and a
+  /// line end to std::cout (flushed).
+  ///
+  /// @param vg  the group's name; its first three characters count, fewer match nothing.
+  /// @return 0; 2 when the callback stopped it; 10 when the partition list cannot be opened.
+  /// Source: /proc/partitions.
+  static int get_lvs_by_vg(const std::string& vg, int (*callback)(const UnixDiskLv&, void*),
+                           void* context);
+
+  // The rest exists so that callers written for other systems link and run. These operations look
+  // at no argument, call nobody and change nothing.
+
+  /// @return 0.
+  static int get_pvs_by_vg(const std::string& vg, int (*callback)(const UnixDiskPv&, void*),
+                           void* context);
+  /// @return 1.
+  static int is_active_vg(const std::string& vg, bool& active);
+  /// @return 1.
+  static int get_vg(void* handle, UnixDiskVg& vg);
+  /// @return 1.
+  static int get_vgname_by_id(const std::string& id, std::string& name);
+  /// @return 1.
+  static int get_pv(void* group, void* handle, UnixDiskPv& pv);
+  /// @return 1.
+  static int get_pvname_by_id(const std::string& id, std::string& name);
+  /// @return 1.
+  static int get_lv(void* handle, UnixDiskLv& lv);
+  /// @return 1.
+  static int string_to_unique_id(const std::string& text, void* id);
+  /// @return 0.
+  static int HexToDec(const char* hex);
+  /// @return 1.
+  static int get_name(const std::string& dir, const std::string& key, std::string& name);
+  /// Does nothing.
+  static void get_filenames_from_rdsk(std::vector<std::string>& names);
+  /// @return the empty text.
+  static std::string unique_id_to_string(void* id);
+};
+
+}  // namespace utility
