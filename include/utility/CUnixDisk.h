@@ -61,14 +61,20 @@ class UTILITY_API CUnixDisk {
   /// @return the number of partitions.
   static int get_disk_partition_total(std::string disk, std::vector<std::string>& names);
 
-  /// Calls `callback` for each volume group: every name of exactly three characters.
+  /// Calls `callback` for each volume group: every name of exactly three characters,
+  /// in the kernel's order.
   ///
+  /// @param callback  told each group; non-zero stops the walk.
+  /// @param context   passed on to `callback`.
   /// @return 0; 2 when the callback stopped it; 10 when the partition list cannot be opened.
   /// Source: /proc/partitions.
   static int get_vgs(int (*callback)(const UnixDiskVg&, void*), void* context);
 
-  /// Calls `callback` for each physical volume: every name of exactly three characters.
+  /// Calls `callback` for each physical volume: every name of exactly three characters,
+  /// in the kernel's order.
   ///
+  /// @param callback  told each disk; non-zero stops the walk.
+  /// @param context   passed on to `callback`.
   /// @return 0; 2 when the callback stopped it; 10 when the partition list cannot be opened.
   /// Source: /proc/partitions.
   static int get_pvs(int (*callback)(const UnixDiskPv&, void*), void* context);
@@ -76,39 +82,41 @@ class UTILITY_API CUnixDisk {
   /// Calls `callback` for each logical volume of a group, having written the volume's path and a
   /// line end to std::cout (flushed).
   ///
-  /// @param vg  the group's name; its first three characters count, fewer match nothing.
+  /// @param vg        the group's name; its first three characters count, fewer match nothing.
+  /// @param callback  told each partition; non-zero stops the walk.
+  /// @param context   passed on to `callback`.
   /// @return 0; 2 when the callback stopped it; 10 when the partition list cannot be opened.
   /// Source: /proc/partitions.
   static int get_lvs_by_vg(const std::string& vg, int (*callback)(const UnixDiskLv&, void*),
                            void* context);
 
   // The rest exists so that callers written for other systems link and run. These operations look
-  // at no argument, call nobody and change nothing.
+  // at no argument, call nobody and change nothing: outputs keep what they held.
 
-  /// @return 0.
+  /// The physical volumes of a group: none is told to `callback`. @return always 0.
   static int get_pvs_by_vg(const std::string& vg, int (*callback)(const UnixDiskPv&, void*),
                            void* context);
-  /// @return 1.
+  /// Whether a group is active: not known. @return always 1.
   static int is_active_vg(const std::string& vg, bool& active);
-  /// @return 1.
+  /// The group of a handle: not known. @return always 1.
   static int get_vg(void* handle, UnixDiskVg& vg);
-  /// @return 1.
+  /// The name of the group with an id: not known. @return always 1.
   static int get_vgname_by_id(const std::string& id, std::string& name);
-  /// @return 1.
+  /// The physical volume of a handle: not known. @return always 1.
   static int get_pv(void* group, void* handle, UnixDiskPv& pv);
-  /// @return 1.
+  /// The name of the physical volume with an id: not known. @return always 1.
   static int get_pvname_by_id(const std::string& id, std::string& name);
-  /// @return 1.
+  /// The logical volume of a handle: not known. @return always 1.
   static int get_lv(void* handle, UnixDiskLv& lv);
-  /// @return 1.
+  /// Reads a volume id from text: not done. @return always 1.
   static int string_to_unique_id(const std::string& text, void* id);
-  /// @return 0.
+  /// Reads hexadecimal text: not done. @return always 0.
   static int HexToDec(const char* hex);
-  /// @return 1.
+  /// Looks a device's name up: not done. @return always 1.
   static int get_name(const std::string& dir, const std::string& key, std::string& name);
-  /// Does nothing.
+  /// Lists raw devices: there are none; `names` keeps what it held.
   static void get_filenames_from_rdsk(std::vector<std::string>& names);
-  /// @return the empty text.
+  /// Writes a volume id as text: not done. @return always the empty text.
   static std::string unique_id_to_string(void* id);
 };
 
