@@ -41,6 +41,8 @@ class UTILITY_API CUnixFile {
 
   /// Tells whether the file type in `mode` is that of the letter `type`.
   ///
+  /// @param mode  a mode word (st_mode).
+  /// @param type  the letter.
   /// @return true when it is; false otherwise, for letters that are none and for 'a'.
   static bool is_one_type(unsigned int mode, unsigned char type);
 
@@ -57,11 +59,15 @@ class UTILITY_API CUnixFile {
 
   /// Sets the permission bits of `path`, or of what it links to.
   ///
-  /// @return 0; 1 empty path; 10 no such item; 13 chmod(2) failed.
+  /// @param path  the item.
+  /// @param mode  permission bits, set-id and sticky bits included.
+  /// @return 0; 1 empty path; 10 no such item; 13 chmod(2) failed. On failure nothing has changed.
   static int mod_mode(const std::string& path, const unsigned int& mode);
 
-  /// Renames an item. Nothing is ever overwritten.
+  /// Renames an item. Nothing that exists is overwritten.
   ///
+  /// @param old_path  the item.
+  /// @param new_path  its name to be, on the same file system.
   /// @return 0; 1 one of the paths is empty; 10 `old_path` does not exist; 6 `new_path` does (here
   ///         a symbolic link to nothing too); 12 rename(2) failed. On failure nothing has changed.
   static int rename_item(const std::string& old_path, const std::string& new_path);
@@ -82,12 +88,13 @@ class UTILITY_API CUnixFile {
   /// @param name    the entry's name in UTF-8, as the directory has it.
   /// @param st      its status.
   /// @param record  receives the entry.
-  /// @return 0; 14 when the file type is none of the letters' (`name`, `size` and `mode` are
-  /// filled).
+  /// @return 0; 14 when the file type has no letter: `name`, `size` and `mode` are filled, the rest
+  ///         is untouched.
   static int stat_2_fd(const std::string& name, struct stat64& st, UnixFileData& record);
 
   /// Looks for files and directories in a directory, links followed. All entries are looked at.
   ///
+  /// @param path  the directory.
   /// @return 1 when it has a subdirectory, plus 2 when it has a regular file; 0 for neither, and
   ///         when `path` cannot be opened.
   static int has_subitem(const std::string& path);
@@ -115,6 +122,8 @@ class UTILITY_API CUnixFile {
   /// entry has that name: then that one is deleted. Each level of depth holds one descriptor and
   /// the depth is limited by them; a tree too deep stops with 5.
   ///
+  /// @param path       the item.
+  /// @param recursive  whether a directory goes with its contents.
   /// @return 0; 1 empty path; 10 no such item; 2 it could not be examined; 11 remove(3) failed (a
   ///         directory with contents, without `recursive`); or the code with which `get_sub_item`
   ///         ended: 5 when anything in the tree could not be deleted. What was not yet deleted

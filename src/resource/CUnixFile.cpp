@@ -97,18 +97,19 @@ class EntryPath {
   std::size_t prefix_;
 };
 
-// The kernel keeps a target that appeared since it was looked for, or is a link to nothing; where
-// the file system cannot promise that, a plain rename does.
+// Existing here takes a symbolic link to nothing in.
+bool exists_itself(const std::string& path) {
+  struct stat64 st {};
+  return detail::exists(path.c_str()) || (::lstat64(path.c_str(), &st) == 0 && S_ISLNK(st.st_mode));
+}
+
+// The kernel keeps a target that appeared since it was looked for; where the file system cannot
+// promise that, a plain rename has to do.
 int rename_without_replacing(const char* from, const char* to) {
   if (::renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) return 0;
   if (errno == EEXIST) return kExists;
   const bool unsupported = errno == EINVAL || errno == ENOSYS;
   return unsupported && std::rename(from, to) == 0 ? 0 : kNotRenamed;
-}
-
-bool is_link(const char* path) {
-  struct stat64 st {};
-  return ::lstat64(path, &st) == 0 && S_ISLNK(st.st_mode);
 }
 
 struct MountTableCloser {
@@ -145,7 +146,7 @@ int CUnixFile::mod_mode(const std::string& path, const unsigned int& mode) {
 int CUnixFile::rename_item(const std::string& old_path, const std::string& new_path) {
   if (old_path.empty() || new_path.empty()) return kEmptyPath;
   if (!detail::exists(old_path.c_str())) return kMissing;
-  if (detail::exists(new_path.c_str())) return kExists;
+  if (exists_itself(new_path)) return kExists;
   return rename_without_replacing(old_path.c_str(), new_path.c_str());
 }
 
@@ -220,7 +221,7 @@ int CUnixFile::get_sub_item(const std::string& path, unsigned char filter,
 
 int CUnixFile::delete_item(const std::string& path, bool recursive) {
   if (path.empty()) return kEmptyPath;
-  if (!detail::exists(path.c_str()) && !is_link(path.c_str())) return kMissing;
+  if (!exists_itself(path)) return kMissing;
   if (recursive) {
     struct stat64 st {};
     if (::lstat64(path.c_str(), &st) != 0) return kNotExamined;
