@@ -1,0 +1,85 @@
+#include "utility/CCpuInfo.h"
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+
+#include "base/handles.h"
+#include "base/line_reader.h"
+#include "utility/CStr.h"
+
+namespace utility {
+namespace {
+
+constexpr std::size_t kLine = 1024;
+
+// The counters in the order in which a line of /proc/stat gives them behind the name.
+constexpr std::int64_t CCpuInfo::CpuStatEnt::*kCounters[] = {
+    &CCpuInfo::CpuStatEnt::user,   &CCpuInfo::CpuStatEnt::nice,   &CCpuInfo::CpuStatEnt::system,
+    &CCpuInfo::CpuStatEnt::idle,   &CCpuInfo::CpuStatEnt::iowait, &CCpuInfo::CpuStatEnt::irq,
+    &CCpuInfo::CpuStatEnt::softirq};
+
+// Fills `entry` from a line of one CPU; false for any other line, the summary of all CPUs included.
+bool parse_cpu_line(const std::string& line, CCpuInfo::CpuStatEnt& entry) {
+  std::vector<std::string> fields;
+  CStr::ext_line(fields, line);
+  if (fields.size() <= std::size(kCounters)) return false;
+  const std::string& name = fields[0];
+  if (name.compare(0, 3, "cpu") != 0 || name == "cpu") return false;
+
+  std::memcpy(entry.name, name.data(), std::min(name.size(), sizeof entry.name));
+  std::size_t field = 0;
+  for (const auto counter : kCounters) entry.*counter = CStr::atoll(fields[++field]);
+  return true;
+}
+
+// Sums over all CPUs. Unsigned, so that absurd counters wrap.
+struct Times {
+  std::uint64_t busy = 0;
+  std::uint64_t total = 0;
+};
+
+Times sum_times(const CCpuInfo::CpuStat& stat) {
+  Times times;
+  std::int32_t left = stat.count;
+  for (const CCpuInfo::CpuStatEnt& entry : stat.ents) {
+    if (left-- <= 0) break;
+    for (const auto counter : kCounters) times.total += static_cast<std::uint64_t>(entry.*counter);
+    for (const auto counter : {entry.user, entry.nice, entry.system}) {
+      times.busy += static_cast<std::uint64_t>(counter);
+    }
+  }
+  return times;
+}
+
+}  // namespace
+
+int CCpuInfo::get_cpu_stat(CpuStat& stat) {
+  const detail::File file = detail::open_file("/proc/stat", "re");
+  if (!file) return 1;
+  detail::LineReader reader(file.get(), kLine);
+  if (!reader.ready()) return 3;
+
+  stat.count = 0;
+  while (reader.next()) {
+    CpuStatEnt entry;
+    if (!parse_cpu_line(reader.text(), entry)) continue;
+    stat.ents.push_back(entry);
+    ++stat.count;
+  }
+  if (reader.failed()) return 2;
+  return stat.count == 0 ? 5 : 0;
+}
+
+int CCpuInfo::get_cpu_usage(CpuStat& first, CpuStat& second, double& usage) {
+  if (first.count != second.count) return 4;
+  const Times before = sum_times(first);
+  const Times after = sum_times(second);
+  if (before.total == after.total) return 4;
+  const auto busy = static_cast<std::int64_t>(after.busy - before.busy);
+  const auto total = static_cast<std::int64_t>(after.total - before.total);
+  usage = static_cast<double>(busy) / static_cast<double>(total) * 100.0;
+  return 0;
+}
+
+}  // namespace utility

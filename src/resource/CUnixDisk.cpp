@@ -1,0 +1,151 @@
+#include "utility/CUnixDisk.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <iostream>
+
+#include "base/handles.h"
+#include "resource/callback.h"
+
+namespace utility {
+namespace {
+
+constexpr int kStopped = 2;
+constexpr int kListNotOpened = 10;
+
+constexpr std::size_t kLine = 128;
+constexpr std::size_t kDiskName = 3;  // "sda"; longer names are partitions
+constexpr char kDevices[] = "/dev/";
+
+// The name in a line "major minor blocks name" of the partition list, empty for any other line.
+std::string parse_partition_line(const char* line) {
+  std::array<char, 128 + 1> name{};
+  // The numbers must be there but are not kept.
+  if (std::sscanf(line, " %*d %*d %*u %128[^\n ]", name.data()) != 1) return {};
+  return name.data();
+}
+
+bool is_scsi_or_ide(const std::string& name) {
+  return name.compare(0, 2, "sd") == 0 || name.compare(0, 2, "hd") == 0;
+}
+
+bool is_whole_disk(const std::string& name) {
+  return name.size() == kDiskName;
+}
+
+bool is_partition_of(const std::string& disk, const std::string& name) {
+  return name.size() > kDiskName && name.compare(0, kDiskName, disk, 0, kDiskName) == 0;
+}
+
+}  // namespace
+
+int CUnixDisk::get_disk_info_from_proc(std::vector<std::string>& names) {
+  const detail::File file = detail::open_file("/proc/partitions", "re");
+  if (!file) return kListNotOpened;
+  std::array<char, kLine> line;
+  while (std::fgets(line.data(), static_cast<int>(line.size()), file.get()) != nullptr) {
+    std::string name = parse_partition_line(line.data());
+    if (is_scsi_or_ide(name)) names.push_back(std::move(name));
+  }
+  return 0;
+}
+
+// NOLINTNEXTLINE(performance-unnecessary-value-param): by value in the published interface
+int CUnixDisk::get_disk_partition_total(std::string disk, std::vector<std::string>& names) {
+  return static_cast<int>(std::count_if(names.begin(), names.end(), [&](const std::string& name) {
+    return is_partition_of(disk, name);
+  }));
+}
+
+int CUnixDisk::get_vgs(int (*callback)(const UnixDiskVg&, void*), void* context) {
+  std::vector<std::string> names;
+  const int result = get_disk_info_from_proc(names);
+  if (result != 0) return result;
+  for (const std::string& name : names) {
+    if (!is_whole_disk(name)) continue;
+    UnixDiskVg vg;
+    vg.name = name;
+    vg.path = kDevices + name;
+    vg.id = name;
+    vg.lv_count = get_disk_partition_total(name, names);
+    if (detail::stops(callback, vg, context)) return kStopped;
+  }
+  return 0;
+}
+
+int CUnixDisk::get_pvs(int (*callback)(const UnixDiskPv&, void*), void* context) {
+  std::vector<std::string> names;
+  const int result = get_disk_info_from_proc(names);
+  if (result != 0) return result;
+  for (const std::string& name : names) {
+    if (!is_whole_disk(name)) continue;
+    const UnixDiskPv pv{name, kDevices + name, name};
+    if (detail::stops(callback, pv, context)) return kStopped;
+  }
+  return 0;
+}
+
+int CUnixDisk::get_lvs_by_vg(const std::string& vg, int (*callback)(const UnixDiskLv&, void*),
+                             void* context) {
+  std::vector<std::string> names;
+  const int result = get_disk_info_from_proc(names);
+  if (result != 0) return result;
+  for (const std::string& name : names) {
+    if (!is_partition_of(vg, name)) continue;
+    const UnixDiskLv lv{name, kDevices + name, vg};
+    std::cout << lv.path << std::endl;
+    if (detail::stops(callback, lv, context)) return kStopped;
+  }
+  return 0;
+}
+
+int CUnixDisk::get_pvs_by_vg(const std::string& /*vg*/,
+                             int (* /*callback*/)(const UnixDiskPv&, void*), void* /*context*/) {
+  return 0;
+}
+
+int CUnixDisk::is_active_vg(const std::string& /*vg*/, bool& /*active*/) {
+  return 1;
+}
+
+int CUnixDisk::get_vg(void* /*handle*/, UnixDiskVg& /*vg*/) {
+  return 1;
+}
+
+int CUnixDisk::get_vgname_by_id(const std::string& /*id*/, std::string& /*name*/) {
+  return 1;
+}
+
+int CUnixDisk::get_pv(void* /*group*/, void* /*handle*/, UnixDiskPv& /*pv*/) {
+  return 1;
+}
+
+int CUnixDisk::get_pvname_by_id(const std::string& /*id*/, std::string& /*name*/) {
+  return 1;
+}
+
+int CUnixDisk::get_lv(void* /*handle*/, UnixDiskLv& /*lv*/) {
+  return 1;
+}
+
+int CUnixDisk::string_to_unique_id(const std::string& /*text*/, void* /*id*/) {
+  return 1;
+}
+
+int CUnixDisk::HexToDec(const char* /*hex*/) {
+  return 0;
+}
+
+int CUnixDisk::get_name(const std::string& /*dir*/, const std::string& /*key*/,
+                        std::string& /*name*/) {
+  return 1;
+}
+
+void CUnixDisk::get_filenames_from_rdsk(std::vector<std::string>& /*names*/) {}
+
+std::string CUnixDisk::unique_id_to_string(void* /*id*/) {
+  return {};
+}
+
+}  // namespace utility

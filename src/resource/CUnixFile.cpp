@@ -1,0 +1,258 @@
+#include "utility/CUnixFile.h"
+
+#include <fcntl.h>
+#include <mntent.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <memory>
+#include <string_view>
+
+#include "base/dir_walk.h"
+#include "base/handles.h"
+#include "base/paths.h"
+#include "resource/callback.h"
+#include "utility/CConv.h"
+
+namespace utility {
+namespace {
+
+constexpr int kEmptyPath = 1;
+constexpr int kNotExamined = 2;
+constexpr int kNotDirectory = 3;
+constexpr int kNotOpened = 4;
+constexpr int kStopped = 5;
+constexpr int kExists = 6;
+constexpr int kFileNotCreated = 7;
+constexpr int kDirectoryNotCreated = 8;
+constexpr int kBadType = 9;
+constexpr int kMissing = 10;
+constexpr int kNotRemoved = 11;
+constexpr int kNotRenamed = 12;
+constexpr int kModeNotSet = 13;
+constexpr int kUnknownType = 14;
+constexpr int kNoMountTable = 17;
+
+constexpr unsigned char kDirectory = 'd';
+constexpr unsigned char kAnyType = 'a';
+constexpr int kHasDirectory = 1;
+constexpr int kHasFile = 2;
+
+struct FileType {
+  unsigned int bits;     // of the mode word
+  unsigned char letter;  // of the records
+  char shown;            // in a permission string
+};
+constexpr FileType kFileTypes[] = {
+    {S_IFREG, '_', '-'}, {S_IFDIR, kDirectory, 'd'}, {S_IFCHR, 'c', 'c'}, {S_IFBLK, 'b', 'b'},
+    {S_IFIFO, 'f', 'f'}, {S_IFLNK, 'l', 'l'},        {S_IFSOCK, 's', 's'}};
+
+// Null for a type that has no letter.
+const FileType* type_of(unsigned int mode) {
+  for (const FileType& type : kFileTypes) {
+    if ((mode & S_IFMT) == type.bits) return &type;
+  }
+  return nullptr;
+}
+
+// The permissions of one class: where its bits stand and how its special bit shows.
+struct ModeClass {
+  unsigned int shift;
+  unsigned int special;
+  char with_execute;
+  char without_execute;
+};
+constexpr ModeClass kModeClasses[] = {
+    {6, S_ISUID, 's', 'S'}, {3, S_ISGID, 's', 'S'}, {0, S_ISVTX, 't', 'T'}};
+
+char* put_permissions(unsigned int mode, const ModeClass& who, char* out) {
+  const unsigned int bits = mode >> who.shift;
+  *out++ = (bits & S_IROTH) != 0 ? 'r' : '-';
+  *out++ = (bits & S_IWOTH) != 0 ? 'w' : '-';
+  const bool execute = (bits & S_IXOTH) != 0;
+  if ((mode & who.special) != 0) {
+    *out++ = execute ? who.with_execute : who.without_execute;
+  } else {
+    *out++ = execute ? 'x' : '-';
+  }
+  return out;
+}
+
+// The paths of a directory's entries, formed in one string.
+class EntryPath {
+ public:
+  explicit EntryPath(const std::string& dir) : path_(dir + "/"), prefix_(path_.size()) {}
+
+  const char* of(const char* name) {
+    path_.resize(prefix_);
+    path_ += name;
+    return path_.c_str();
+  }
+  const std::string& text() const { return path_; }
+
+ private:
+  std::string path_;
+  std::size_t prefix_;
+};
+
+// Existing here takes a symbolic link to nothing in.
+bool exists_itself(const std::string& path) {
+  struct stat64 st {};
+  return detail::exists(path.c_str()) || (::lstat64(path.c_str(), &st) == 0 && S_ISLNK(st.st_mode));
+}
+
+// The kernel keeps a target that appeared since it was looked for; where the file system cannot
+// promise that, a plain rename has to do.
+int rename_without_replacing(const char* from, const char* to) {
+  if (::renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) return 0;
+  if (errno == EEXIST) return kExists;
+  const bool unsupported = errno == EINVAL || errno == ENOSYS;
+  return unsupported && std::rename(from, to) == 0 ? 0 : kNotRenamed;
+}
+
+struct MountTableCloser {
+  void operator()(FILE* table) const noexcept { ::endmntent(table); }
+};
+using MountTable = std::unique_ptr<FILE, MountTableCloser>;
+
+}  // namespace
+
+bool CUnixFile::is_one_type(unsigned int mode, unsigned char type) {
+  const FileType* found = type_of(mode);
+  return found != nullptr && found->letter == type;
+}
+
+char* CUnixFile::mode_2_string(unsigned int mode, char* buffer, int size) {
+  if (buffer == nullptr || size < 1) return nullptr;
+  std::array<char, 10> text;
+  const FileType* type = type_of(mode);
+  text[0] = type != nullptr ? type->shown : buffer[0];
+  char* end = text.data() + 1;
+  for (const ModeClass& who : kModeClasses) end = put_permissions(mode, who, end);
+
+  const std::size_t length = std::min(text.size(), static_cast<std::size_t>(size) - 1);
+  *std::copy_n(text.data(), length, buffer) = '\0';
+  return buffer;
+}
+
+int CUnixFile::mod_mode(const std::string& path, const unsigned int& mode) {
+  if (path.empty()) return kEmptyPath;
+  if (!detail::exists(path.c_str())) return kMissing;
+  return ::chmod(path.c_str(), mode) == 0 ? 0 : kModeNotSet;
+}
+
+int CUnixFile::rename_item(const std::string& old_path, const std::string& new_path) {
+  if (old_path.empty() || new_path.empty()) return kEmptyPath;
+  if (!detail::exists(old_path.c_str())) return kMissing;
+  if (exists_itself(new_path)) return kExists;
+  return rename_without_replacing(old_path.c_str(), new_path.c_str());
+}
+
+int CUnixFile::create_item(const std::string& path, unsigned char type, unsigned int mode) {
+  if (path.empty()) return kEmptyPath;
+  if (detail::exists(path.c_str())) return kExists;
+  switch (type) {
+    case '_':
+      // Not truncating: a file that somebody else makes in between keeps its contents.
+      if (!detail::Fd(::open(path.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0))) {
+        return kFileNotCreated;
+      }
+      break;
+    case kDirectory:
+      if (::mkdir(path.c_str(), 0) != 0) return kDirectoryNotCreated;
+      break;
+    default:
+      return kBadType;
+  }
+  return ::chmod(path.c_str(), mode) == 0 ? 0 : kModeNotSet;
+}
+
+int CUnixFile::stat_2_fd(const std::string& name, struct stat64& st, UnixFileData& record) {
+  record.name = CConv::utf8_to_gbk_string(name.c_str());
+  record.size = st.st_size / 1024;
+  record.mode = st.st_mode;
+  const FileType* type = type_of(st.st_mode);
+  if (type == nullptr) return kUnknownType;
+  record.type = type->letter;
+  record.uid = st.st_uid;
+  record.gid = st.st_gid;
+  record.mtime = st.st_mtim.tv_sec;
+  record.atime = st.st_atim.tv_sec;
+  record.ctime = st.st_ctim.tv_sec;
+  return 0;
+}
+
+int CUnixFile::has_subitem(const std::string& path) {
+  int flags = 0;
+  detail::DirWalk dir(path.c_str());
+  EntryPath entry(path);
+  while (const char* name = dir.next()) {
+    struct stat64 st {};
+    if (::stat64(entry.of(name), &st) != 0) continue;
+    if (S_ISDIR(st.st_mode)) flags |= kHasDirectory;
+    if (S_ISREG(st.st_mode)) flags |= kHasFile;
+  }
+  return flags;
+}
+
+int CUnixFile::get_sub_item(const std::string& path, unsigned char filter,
+                            int (*callback)(const UnixFileData&, void*), void* context) {
+  if (path.empty()) return kEmptyPath;
+  struct stat64 st {};
+  if (::lstat64(path.c_str(), &st) != 0) return kNotExamined;
+  if (!S_ISDIR(st.st_mode)) return kNotDirectory;
+  detail::DirWalk dir(path.c_str());
+  if (!dir) return kNotOpened;
+
+  EntryPath entry(path);
+  while (const char* name = dir.next()) {
+    if (::lstat64(entry.of(name), &st) != 0) return kNotExamined;
+    if (filter != kAnyType && !is_one_type(st.st_mode, filter)) continue;
+    UnixFileData record;
+    if (S_ISDIR(st.st_mode)) record.sub = has_subitem(entry.text());
+    const int result = stat_2_fd(name, st, record);
+    if (result != 0) return result;
+    if (detail::stops(callback, record, context)) return kStopped;
+  }
+  return 0;
+}
+
+int CUnixFile::delete_item(const std::string& path, bool recursive) {
+  if (path.empty()) return kEmptyPath;
+  if (!exists_itself(path)) return kMissing;
+  if (recursive) {
+    struct stat64 st {};
+    if (::lstat64(path.c_str(), &st) != 0) return kNotExamined;
+    if (S_ISDIR(st.st_mode)) {
+      std::string parent = path;
+      const int result = get_sub_item(path, kAnyType, call_back_del, &parent);
+      if (result != 0) return result;
+    }
+  }
+  return std::remove(path.c_str()) == 0 ? 0 : kNotRemoved;
+}
+
+int CUnixFile::call_back_del(const UnixFileData& record, void* context) {
+  const auto* parent = static_cast<const std::string*>(context);
+  const std::string& name = record.name;
+  if (parent == nullptr || name.empty() || name == "." || name == "..") return -1;
+  return delete_item(*parent + "/" + name, record.type == kDirectory) == 0 ? 0 : -1;
+}
+
+int CUnixFile::get_quota_disk(int (*callback)(const std::string&, void*), void* context) {
+  const MountTable table(::setmntent("/etc/mtab", "r"));
+  if (!table) return kNoMountTable;
+  mntent entry{};
+  std::array<char, 4096> line;  // what getmntent() has, which is not re-entrant
+  while (::getmntent_r(table.get(), &entry, line.data(), static_cast<int>(line.size())) !=
+         nullptr) {
+    const std::string_view type = entry.mnt_type;
+    if (type != "ext4" && type != "ext3" && type != "ext2") continue;
+    if (detail::stops<std::string>(callback, entry.mnt_dir, context)) return kStopped;
+  }
+  return 0;
+}
+
+}  // namespace utility

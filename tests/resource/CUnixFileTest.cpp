@@ -1,0 +1,183 @@
+#include "utility/CUnixFile.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <map>
+
+#include "support/sandbox.h"
+
+using utility::CUnixFile;
+namespace fs = std::filesystem;
+
+namespace {
+
+using Items = std::map<std::string, CUnixFile::UnixFileData>;
+
+int collect(const CUnixFile::UnixFileData& item, void* items) {
+  return static_cast<Items*>(items)->insert({item.name, item}).second ? 0 : 1;
+}
+
+// "name:type and sub" of each item that `filter` lets through.
+std::string list(const std::string& dir, char filter) {
+  Items items;
+  EXPECT_EQ(CUnixFile::get_sub_item(dir, static_cast<unsigned char>(filter), collect, &items), 0);
+  std::string text;
+  for (const auto& [name, item] : items) {
+    text += name + ":" + static_cast<char>(item.type) + std::to_string(item.sub) + " ";
+  }
+  return text;
+}
+
+}  // namespace
+
+TEST(CUnixFile, ShowsModesAsText) {
+  const std::tuple<unsigned, int, std::string> rows[] = {
+      {010644, 11, "frw-r--r--"},
+      {0104755, 11, "-rwsr-xr-x"},
+      {041777, 64, "drwxrwxrwt"},
+      {0107000, 11, "---S--S--T"},
+      {022110, 11, "c--x--s---"},
+      {060421, 11, "br---w---x"},
+      {0120777, 11, "lrwxrwxrwx"},
+      {0141006, 11, "s------rwT"},
+      {0104755, 5, "-rws"},
+      {040755, 1, ""},
+      {0755, 3, "?r"},
+      {0100755, 0, "?"},
+  };
+  for (const auto& [mode, size, text] : rows) {
+    std::string buffer(64, '?');
+    char* const expected = size == 0 ? nullptr : buffer.data();
+    EXPECT_EQ(CUnixFile::mode_2_string(mode, buffer.data(), size), expected);
+    EXPECT_EQ(buffer, text + (size == 0 ? '?' : '\0') + std::string(63 - text.size(), '?'));
+  }
+  EXPECT_EQ(CUnixFile::mode_2_string(S_IFREG, nullptr, 11), nullptr);
+}
+
+TEST(CUnixFile, CreatesRenamesAndSetsModes) {
+  sandbox::run([] {
+    const std::string dir = sandbox::scratch() + "/dir/";
+    sandbox::write_file(dir + "kept", "content");
+    fs::create_symlink("nowhere", dir + "link");
+    ::umask(0777);
+    EXPECT_EQ(CUnixFile::create_item(dir + "item", '_', 04640), 0);
+    EXPECT_EQ(CUnixFile::create_item(dir + "other", 'd', 0700), 0);
+    EXPECT_EQ(CUnixFile::create_item("", '_', 0), 1);
+    EXPECT_EQ(CUnixFile::create_item(dir + "kept", '_', 0), 6);
+    EXPECT_EQ(CUnixFile::create_item(dir + "no/such", '_', 0), 7);
+    EXPECT_EQ(CUnixFile::create_item(std::string(5000, 'x'), 'd', 0), 8);
+    EXPECT_EQ(CUnixFile::create_item(dir + "new", 'f', 0), 9);
+    EXPECT_EQ(CUnixFile::mod_mode("", 0), 1);
+    EXPECT_EQ(CUnixFile::mod_mode(dir + "link", 0), 10);
+    EXPECT_EQ(CUnixFile::mod_mode("/proc/self/fd", 0), 13);
+    EXPECT_EQ(CUnixFile::mod_mode(dir + "other", 01711), 0);
+    EXPECT_EQ(CUnixFile::rename_item("", dir + "new"), 1);
+    EXPECT_EQ(CUnixFile::rename_item(dir + "item", ""), 1);
+    EXPECT_EQ(CUnixFile::rename_item(dir + "missing", dir + "new"), 10);
+    EXPECT_EQ(CUnixFile::rename_item(dir + "item", dir + "kept"), 6);
+    EXPECT_EQ(CUnixFile::rename_item(dir + "item", dir + "link"), 6);
+    EXPECT_EQ(CUnixFile::rename_item(dir + "other", dir + "other/in"), 12);
+    EXPECT_EQ(CUnixFile::rename_item(dir + "item", dir + "renamed"), 0);
+    Items items;
+    EXPECT_EQ(CUnixFile::get_sub_item(dir, 'a', collect, &items), 0);
+    EXPECT_EQ(items.size(), 4U);
+    EXPECT_EQ(sandbox::read_file(dir + "kept"), "content");
+    EXPECT_EQ(items["renamed"].mode, S_IFREG | 04640U);
+    EXPECT_EQ(items["other"].mode, S_IFDIR | 01711U);
+  });
+}
+
+TEST(CUnixFile, ListsEveryKindOfItem) {
+  sandbox::run([] {
+    std::string dir = sandbox::scratch() + "/kinds";
+    sandbox::write_file(dir + "/1023", std::string(1023, 'x'));
+    sandbox::write_file(dir + "/1024", std::string(1024, 'x'));
+    sandbox::write_file(dir + "/both/file", "");
+    fs::create_directories(dir + "/links");
+    for (const char* link : {"/link", "/both/link", "/links/link"}) {
+      fs::create_symlink("/etc", dir + link);
+    }
+    fs::create_symlink("nowhere", dir + "/links/dangling");
+    for (const unsigned type : {S_IFIFO, S_IFCHR, S_IFBLK, S_IFSOCK}) {
+      const std::string path = dir + "/" + std::to_string(type);
+      ASSERT_EQ(::mknod(path.c_str(), type | 0600, makedev(7, 0)), 0) << type;
+    }
+    ASSERT_EQ(::chown((dir + "/1023").c_str(), 12, 34), 0);
+    const timespec times[] = {{1000000001, 0}, {-7, 0}};  // access, modification
+    ASSERT_EQ(::utimensat(AT_FDCWD, (dir + "/1023").c_str(), times, 0), 0);
+
+    std::string by_type;
+    for (const char type : {'_', 'b', 'c', 'd', 'f', 'l', 's', 'z'}) by_type += list(dir, type);
+    EXPECT_EQ(by_type,
+              "1023:_0 1024:_0 24576:b0 8192:c0 both:d3 links:d1 4096:f0 link:l0 49152:s0 ");
+    Items items;
+    EXPECT_EQ(CUnixFile::get_sub_item(dir, 'a', collect, &items), 0);
+    EXPECT_EQ(items.size(), 9U);
+    EXPECT_EQ(std::pair(items["1023"].size, items["1024"].size), std::pair(0L, 1L));
+    for (const auto& [name, item] : items) {
+      struct stat st {};
+      ASSERT_EQ(::lstat((dir + "/" + name).c_str(), &st), 0);
+      EXPECT_EQ(std::tie(item.mode, item.uid, item.gid),
+                std::tie(st.st_mode, st.st_uid, st.st_gid));
+      EXPECT_EQ(std::tie(item.mtime, item.atime, item.ctime),
+                std::tie(st.st_mtime, st.st_atime, st.st_ctime));
+    }
+    EXPECT_EQ(CUnixFile::get_sub_item(dir, 'a', collect, &items), 5) << "known already";
+    EXPECT_EQ(CUnixFile::get_sub_item("", 'a', collect, &items), 1);
+    EXPECT_EQ(CUnixFile::get_sub_item(dir + "/absent", 'a', collect, &items), 2);
+    EXPECT_EQ(CUnixFile::get_sub_item(dir + "/1023", 'a', collect, &items), 3);
+    EXPECT_EQ(CUnixFile::get_sub_item(dir + "/link", 'a', collect, &items), 3);
+    const auto vanish = [](const CUnixFile::UnixFileData&, void* path) {
+      return fs::remove_all(*static_cast<std::string*>(path)) > 0 ? 0 : 1;
+    };
+    EXPECT_EQ(CUnixFile::get_sub_item(dir, 'a', vanish, &dir), 2);
+    EXPECT_EQ(CUnixFile::has_subitem(dir), 0);
+  });
+}
+
+TEST(CUnixFile, AnUnknownTypeFillsTheRecordHalf) {
+  struct stat64 st {};
+  st.st_mode = 0644;
+  st.st_uid = 1;
+  CUnixFile::UnixFileData record;
+  record.sub = 9;
+  EXPECT_EQ(CUnixFile::stat_2_fd("a\xE4\xB8\xAD", st, record), 14);
+  EXPECT_EQ(record.name, "a\xD6\xD0") << "U+4E2D in GBK";
+  EXPECT_EQ(std::tuple(record.mode, record.uid, record.sub), std::tuple(0644U, 0U, 9));
+}
+
+TEST(CUnixFile, Deletes) {
+  sandbox::run([] {
+    const std::string top = sandbox::scratch() + "/top";
+    const std::string tree = top + "/tree";
+    // More entries than one reading of the directory yields.
+    for (int i = 0; i < 3000; ++i) sandbox::write_file(tree + "/" + std::to_string(i), "");
+    sandbox::write_file(tree + "/a b\n$(x)/c/d", "");
+    fs::create_symlink("/etc", tree + "/link");
+    fs::create_symlink("nowhere", top + "/dangling");
+    EXPECT_EQ(CUnixFile::delete_item("", true), 1);
+    EXPECT_EQ(CUnixFile::delete_item(tree, false), 11);
+    EXPECT_EQ(CUnixFile::delete_item(tree, true), 0);
+    EXPECT_EQ(CUnixFile::delete_item(top + "/dangling", true), 0);
+    EXPECT_EQ(CUnixFile::delete_item(top + "/dangling", true), 10);
+    EXPECT_TRUE(fs::is_empty(top) && fs::exists("/etc/passwd"));
+
+    // One entry is in use; the others' names are not their own GBK text, the last three being cut
+    // to "", "." and "..", which lead back to the directory or out of it.
+    for (const std::string name : {"busy", "\xE4\xB8\xAD", "\xff", ".\xff", "..\xff"}) {
+      const std::string file = tree + "/" + name + "/file";
+      sandbox::write_file(file, "");
+      sandbox::write_file(top + "/beside", "");
+      if (name == "busy") sandbox::bind_path("/etc/passwd", file);
+      EXPECT_EQ(CUnixFile::delete_item(tree, true), 5) << name;
+      EXPECT_TRUE(fs::exists(file) && fs::exists(top + "/beside")) << name;
+      ::umount(file.c_str());
+      fs::remove_all(tree);
+    }
+  });
+}
