@@ -76,7 +76,7 @@ int write_working_copy(const std::string& name, const std::vector<std::string>& 
       line.resize(line.rfind(':'));
       line.append(1, ':').append(member_text).append(1, '\n');
     }
-    std::fputs(line.c_str(), copy.get());
+    static_cast<void>(std::fputs(line.c_str(), copy.get()));
   }
   return 0;
 }

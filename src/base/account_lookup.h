@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <utility>
 
 #include "base/handles.h"
 
@@ -18,14 +19,16 @@ class AccountEntry {
   /// `fetch(entry, text, size, found)` is one of the getpwnam_r family with its key bound.
   template <class Fetch>
   explicit AccountEntry(Fetch fetch) noexcept {
-    int error = ERANGE;
-    Entry* found = nullptr;
-    for (std::size_t size = 1024; error == ERANGE && size <= kLargest; size *= 4) {
-      text_ = make_buffer(size);
-      if (!text_) return;
-      error = fetch(&entry_, text_.get(), size, &found);
+    for (std::size_t size = 1024; size <= kLargest; size *= 4) {
+      Buffer text = make_buffer(size);
+      if (!text) return;
+      Entry* found = nullptr;
+      const int error = fetch(&entry_, text.get(), size, &found);
+      if (error == ERANGE) continue;
+      is_found_ = error == 0 && found != nullptr;
+      text_ = std::move(text);
+      return;
     }
-    is_found_ = error == 0 && found != nullptr;
   }
 
   /// False when there is no such entry or it could not be read.

@@ -1,15 +1,17 @@
 #include "utility/CUnixUser.h"
 
+#include <crypt.h>
 #include <gtest/gtest.h>
+#include <shadow.h>
+#include <signal.h>
 #include <sys/mount.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <functional>
 
 #include "support/sandbox.h"
-
-// What the class makes of database files and which commands it runs, on files of the test's own.
 
 namespace {
 
@@ -17,217 +19,220 @@ using utility::CUnixUser;
 using User = CUnixUser::UnixUserData;
 using Group = CUnixUser::UnixGroupData;
 using Texts = std::vector<std::string>;
+namespace fs = std::filesystem;
 
 const std::string kUsers =
-    "root:x:0:0:root:/root:/bin/sh\nalice:x:1000:1000:Al:/home/al:/bin/sh\n*:x:1001:77::/:/bin/sh\n"
-    "ro:x:1002:0::/:\nnobody";
-const std::string kGroups = "root:x:0:\nstaff:x:50:root,alice\nalice:x:1000:\n*:x:77:\n+:x:78:\n";
+    "root:x:0:0:root:/:/sh\nalice:x:1000:1000:Al:/al:/sh\n*:x:1001:77::/:/sh\nro:x:2:0::/:\nnobody";
+const std::string kGroups = "root:x:0:\nstaff:x:50:root\nalice:x:1000:\n*:x:77:a,b\n";
 
-void reset_files() {
-  sandbox::write_file("/etc/passwd", kUsers);
-  sandbox::write_file("/etc/group", kGroups);
+std::string getent(const std::string& database, const std::string& name = "") {
+  const std::string file = sandbox::scratch() + "/entries";
+  EXPECT_NE(std::system(("getent " + database + " " + name + " > " + file).c_str()), -1);
+  return sandbox::read_file(file);
+}
+
+std::string line_of(const User& user) {
+  return user.name + ":x:" + std::to_string(user.uid) + ":" + std::to_string(user.gid) + ":" +
+         user.gecos + ":" + user.home + ":" + user.shell + "\n";
+}
+std::string line_of(const Group& group) {
+  std::string members;
+  CUnixUser::get_new_grp_mem_list(group.members, members);
+  return group.name + ":x:" + std::to_string(group.gid) + ":" + members + "\n";
 }
 
 }  // namespace
 
 TEST(CUnixUser, RunsExactlyTheseCommands) {
-  struct Row {
-    const char* sentence;
-    std::function<int()> call;
-    int result;
-    Texts commands;
-    std::string groups = kGroups;
-  };
-  const auto create = [](const char* name) { return [=] { return CUnixUser::create_user(name); }; };
-  const auto remove = [](const char* name) { return [=] { return CUnixUser::delete_user(name); }; };
-  const auto add = [](const char* name) { return [=] { return CUnixUser::create_group(name); }; };
-  const auto drop = [](const char* name) { return [=] { return CUnixUser::delete_group(name); }; };
-  const auto change = [](const User& user) {
-    return [=] { return CUnixUser::mod_user_data(user); };
-  };
-  const auto alter = [](const Group& group) {
-    return [=] { return CUnixUser::mod_grp_data(group); };
-  };
-  const auto pass = [](const char* name) {
-    return [=] { return CUnixUser::mod_passwd(name, "x"); };
-  };
+  using U = CUnixUser;
+  using std::bind;
+  const std::string all = "usermod -u 4000000000 -g 50 -d /a -s /b -c \"A B\" alice";
   // The shell below runs nothing and reports success, so a created user is missing afterwards.
-  const Row rows[] = {
-      {"create without a name", create(""), 4, {}},
-      {"create an existing user", create("alice"), 10, {}},
-      {"create", create("carol"), 7, {"/usr/sbin/useradd carol"}},
-      {"create with a group", create("staff"), 7, {"/usr/sbin/useradd staff -gstaff"}},
-      {"change without a name", change({}), 4, {}},
-      {"change nobody", change({"carol", 0, 0, "", "", ""}), 2, {}},
-      {"nothing to change", change({"alice", 1000, 1000, "Al", "/home/al", "/bin/sh"}), 0, {}},
-      {"uid taken", change({"alice", 0, 50, "x", "/x", "/x"}), 5, {}},
-      {"change all",
-       change({"alice", 4000000000, 50, "A B", "/srv/a", "/bin/bash"}),
-       0,
-       {"/usr/sbin/usermod -u 4000000000 -g 50 -d /srv/a -s /bin/bash -c \"A B\" alice"}},
-      {"change all to empty",
-       change({"alice", 1000, 1000, "", "", ""}),
-       0,
-       {"/usr/sbin/usermod -d \"\" -s  -c \"\" alice"}},
-      {"password without a name", pass(""), 4, {}},
-      {"password of nobody", pass("carol"), 11, {}},
-      {"delete without a name", remove(""), 4, {}},
-      {"delete nobody", remove("carol"), 2, {}},
-      {"delete", remove("alice"), 0, {"/usr/sbin/userdel alice"}},
-      {"delete the star", remove("*"), 0, {"/usr/sbin/userdel \\*"}},
-      {"add without a name", add(""), 4, {}},
-      {"add an existing group", add("staff"), 9, {}},
-      {"add", add("sta"), 0, {"/usr/sbin/groupadd sta"}},
-      {"drop without a name", drop(""), 4, {}},
-      {"drop a missing group", drop("carol"), 3, {}},
-      {"drop", drop("staff"), 0, {"/usr/sbin/groupdel staff"}},
-      {"alter without a name", alter({}), 4, {}},
-      {"alter a missing group", alter({"carol", 50, {}}), 3, {}},
-      {"gid taken", alter({"staff", 1000, {}}), 8, {}},
-      {"same gid, the file ends as it must",
-       alter({"staff", 50, {"alice", "bob"}}),
-       0,
-       {"/usr/sbin/groupmod staff"},
-       "root:x:0:\nstaff:x:50:alice,bob\nalice:x:1000:\n*:x:77:\n+:x:78:\n"},
-      {"new gid", alter({"alice", 51, {""}}), 0, {"/usr/sbin/groupmod -g 51 alice"}, kGroups},
+  const std::vector<std::tuple<const char*, std::function<int()>, int, std::string>> rows = {
+      {"create again", bind(U::create_user, "alice"), 10, ""},
+      {"create", bind(U::create_user, "carol"), 7, "useradd carol"},
+      {"with a group", bind(U::create_user, "staff"), 7, "useradd staff -gstaff"},
+      {"change no name", bind(U::mod_user_data, User{}), 4, ""},
+      {"change nobody", bind(U::mod_user_data, User{"carol", 0, 0, "", "", ""}), 2, ""},
+      {"nothing", bind(U::mod_user_data, User{"*", 1001, 77, "", "/", "/sh"}), 0, ""},
+      {"uid taken", bind(U::mod_user_data, User{"alice", 0, 50, "x", "/x", "/x"}), 5, ""},
+      {"all", bind(U::mod_user_data, User{"alice", 4000000000, 50, "A B", "/a", "/b"}), 0, all},
+      {"to empty", bind(U::mod_user_data, User{"alice", 1000, 1000, "", "", ""}), 0,
+       "usermod -d \"\" -s  -c \"\" alice"},
+      {"password of no name", bind(U::mod_passwd, "", "x"), 4, ""},
+      {"password of nobody", bind(U::mod_passwd, "carol", "x"), 11, ""},
+      {"delete nobody", bind(U::delete_user, "carol"), 2, ""},
+      {"delete", bind(U::delete_user, "alice"), 0, "userdel alice"},
+      {"delete the star", bind(U::delete_user, "*"), 0, "userdel \\*"},
+      {"add again", bind(U::create_group, "staff"), 9, ""},
+      {"add", bind(U::create_group, "sta"), 0, "groupadd sta"},
+      {"drop a missing one", bind(U::delete_group, "carol"), 3, ""},
+      {"drop", bind(U::delete_group, "staff"), 0, "groupdel staff"},
+      {"alter no name", bind(U::mod_grp_data, Group{}), 4, ""},
+      {"alter a missing one", bind(U::mod_grp_data, Group{"carol", 50, {}}), 3, ""},
+      {"gid taken", bind(U::mod_grp_data, Group{"staff", 1000, {}}), 8, ""},
+      {"same gid", bind(U::mod_grp_data, Group{"staff", 50, {"root"}}), 0, "groupmod staff"},
+      {"new gid", bind(U::mod_grp_data, Group{"alice", 51, {}}), 0, "groupmod -g 51 alice"},
   };
   sandbox::run([&] {
     sandbox::record_shell(false);
+    sandbox::write_file("/etc/passwd", kUsers);
+    sandbox::write_file("/etc/group", kGroups);
     Texts expected;
-    for (const Row& row : rows) {
-      SCOPED_TRACE(row.sentence);
-      reset_files();
-      EXPECT_EQ(row.call(), row.result);
-      expected.insert(expected.end(), row.commands.begin(), row.commands.end());
+    for (const auto& [sentence, operation, result, command] : rows) {
+      SCOPED_TRACE(sentence);
+      EXPECT_EQ(operation(), result);
+      if (!command.empty()) expected.push_back("/usr/sbin/" + command);
       EXPECT_EQ(sandbox::shell_commands(), expected);
-      EXPECT_EQ(sandbox::read_file("/etc/group"), row.groups);
+      EXPECT_EQ(sandbox::read_file("/etc/group"), kGroups);
     }
-    sandbox::write_file("/etc/passwd", "root:x:0:0:root:/root:/bin/sh\n");
-    EXPECT_EQ(CUnixUser::delete_group("*"), 0) << "a star that is no user";
+    sandbox::write_file("/etc/passwd", "");
+    EXPECT_EQ(CUnixUser::delete_group("*"), 0);
     EXPECT_EQ(sandbox::shell_commands().back(), "/usr/sbin/groupdel \\*");
+    const auto add_drop = {U::create_user, U::delete_user, U::create_group, U::delete_group};
+    for (const auto operation : add_drop) EXPECT_EQ(operation(""), 4);
   });
 }
 
-TEST(CUnixUser, LooksUpAndScansWithoutTouchingAnythingOnRefusal) {
+TEST(CUnixUser, FindsWhatTheDatabasesHold) {
   sandbox::run([] {
-    reset_files();
+    sandbox::write_file("/etc/passwd", kUsers);
+    // More members than a first guess at the buffer holds.
+    Group many{"many", 4301, Texts(200, "member")};
+    sandbox::write_file("/etc/group", kGroups + line_of(many));
+    const auto collect = [](const auto& record, void* text) {
+      *static_cast<std::string*>(text) += line_of(record);
+      errno = EIO;
+      return 0;
+    };
+    std::string seen;
+    EXPECT_EQ(CUnixUser::get_all_user_data(collect, &seen), 0);
+    EXPECT_EQ(CUnixUser::get_all_group_data(collect, &seen), 0);
+    EXPECT_EQ(seen, getent("passwd") + getent("group"));
+    EXPECT_EQ(CUnixUser::get_group_data("many", many), 0);
+    EXPECT_EQ(line_of(many), getent("group", "many"));
+    const auto stop = [](const auto& /*record*/, void* /*context*/) { return -1; };
+    EXPECT_EQ(CUnixUser::get_all_user_data(stop, nullptr), 20);
+    EXPECT_EQ(CUnixUser::get_all_group_data(stop, nullptr), 20);
+
     User user{"kept", 7, 8, "c", "h", "s"};
     Group group{"kept", 7, {"m"}};
     EXPECT_EQ(CUnixUser::get_user_data("", user), 1);
     EXPECT_EQ(CUnixUser::get_user_data("carol", user), 2);
-    EXPECT_EQ(user.name + user.gecos + user.home + user.shell, "keptchs");
+    EXPECT_EQ(line_of(user), "kept:x:7:8:c:h:s\n");
     EXPECT_EQ(CUnixUser::get_group_data("", group), 1);
     EXPECT_EQ(CUnixUser::get_group_data("carol", group), 3);
-    EXPECT_EQ(group.name + group.members.at(0), "keptm");
-    EXPECT_EQ(CUnixUser::get_group_data("staff", group), 0);
-    EXPECT_EQ(group.members, (Texts{"root", "alice"}));
-    EXPECT_EQ(CUnixUser::getusernamebyid(1000) + CUnixUser::getusernamebyid(4294967290),
-              "alice4294967290");
-    EXPECT_EQ(CUnixUser::getgrpnamebyid(50) + CUnixUser::getgrpnamebyid(4294967290),
-              "staff4294967290");
-    passwd bare{};
-    CUnixUser::pw_2_ud(bare, user);
-    EXPECT_EQ(user.name + user.gecos + user.home + user.shell, "");
+    EXPECT_EQ(line_of(group), "kept:x:7:m\n");
+    EXPECT_EQ(CUnixUser::getusernamebyid(1000) + CUnixUser::getgrpnamebyid(50), "alicestaff");
+    EXPECT_EQ(CUnixUser::getusernamebyid(~5U) + CUnixUser::getgrpnamebyid(7), "42949672907");
 
-    for (const auto& [name, present] :
-         {std::pair{"ro", 1}, {"roo", 0}, {"root", 1}, {"nobody", 0}, {"root:x", 1}, {"", 0}}) {
-      int found = 7;
+    int found = 7;
+    for (auto [name, present] : {std::pair{"roo", 0}, {"nobody", 0}, {"root:x", 1}, {"ro", 1}}) {
       EXPECT_EQ(CUnixUser::is_user_exist(name, found), 0);
       EXPECT_EQ(found, present) << name;
     }
-    int calls = 0;
-    const auto stop = [](const auto&, void* count) { return ++*static_cast<int*>(count); };
-    EXPECT_EQ(CUnixUser::get_all_user_data(stop, &calls), 20);
-    EXPECT_EQ(CUnixUser::get_all_group_data(stop, &calls), 20);
-    EXPECT_EQ(calls, 2);
-
-    std::filesystem::remove("/etc/passwd");
-    std::filesystem::remove("/etc/group");
-    sandbox::record_shell(false);
-    int found = 7;
+    for (const char* file : {"/etc/passwd", "/etc/group"}) fs::remove(file);
     EXPECT_EQ(CUnixUser::is_user_exist("root", found), 22);
     EXPECT_EQ(CUnixUser::is_group_exist("root", found), 22);
-    EXPECT_EQ(CUnixUser::create_user("carol"), 22);
-    EXPECT_EQ(CUnixUser::create_group("carol"), 22);
+    EXPECT_EQ(found, 1) << "untouched";
+    for (auto add : {CUnixUser::create_user, CUnixUser::create_group}) EXPECT_EQ(add("carol"), 22);
     EXPECT_EQ(CUnixUser::mod_group_member("root", {}), 22);
-    EXPECT_EQ(found, 7);
-    EXPECT_EQ(sandbox::shell_commands(), Texts{});
   });
 }
 
 TEST(CUnixUser, RewritesTheGroupFileByteForByte) {
-  const std::string other(1023, 'o');
-  std::string line = "wheel:x:10:root";
-  const auto sized = [&](std::size_t size) { return line + std::string(size - line.size(), 'm'); };
+  const std::string line = "wheel:x:10:root";
+  const std::string new_line = "wheel:x:10:a\n";
   const std::string tail = "wheel2:x:11:\nno colon\n\nx:wheel:12:a";
-  struct Row {
-    const char* sentence;
-    std::string before;
-    std::string stale;
-    Texts members;
-    int result;
-    std::string after;
-  };
-  const Row rows[] = {
-      {"others stay", line + "\n" + tail, "", {"alice", "bob"}, 0, "wheel:x:10:alice,bob\n" + tail},
-      {"no members", "a:x:1:\n" + line, "", {}, 0, "a:x:1:\nwheel:x:10:\n"},
-      {"empty member kept", line, "", {"", "a"}, 0, "wheel:x:10:,a\n"},
-      {"fields missing", "wheel:root\nwheel\n", "", {"a"}, 0, "wheel:a\nwheel\n"},
-      {"every line of the name", line + "\n" + line, "", {"a"}, 0, "wheel:x:10:a\nwheel:x:10:a\n"},
-      {"1,023 bytes with the end",
-       sized(1022) + "\nz:x:1:\n",
-       "",
-       {"a"},
-       0,
-       "wheel:x:10:a\nz:x:1:\n"},
-      {"1,023 bytes and the end",
-       sized(1023) + "\nz:x:1:\n",
-       "",
-       {"a"},
-       0,
-       "wheel:x:10:a\n\nz:x:1:\n"},
-      {"3,000 bytes",
-       sized(3000) + "\n",
-       "",
-       {"a"},
-       0,
-       "wheel:x:10:a\n" + std::string(1977, 'm') + "\n"},
-      {"a piece judged as a line",
-       line + "\n" + other + "wheel:y\n",
-       "",
-       {"a"},
-       0,
-       "wheel:x:10:a\n" + other + "wheel:a\n"},
-      {"the last colon of the piece",
-       "wheel:" + sized(1023),
-       "",
-       {"a"},
-       0,
-       "wheel:wheel:x:10:a\n" + std::string(6, 'm')},
-      {"a stale copy", line, "old:x:1:\n", {"a"}, 0, "old:x:1:\nwheel:x:10:a\n"},
-      {"a missing group, a stale copy", tail, "old:x:1:\n", {"a"}, 3, "old:x:1:\n"},
-      {"a missing group", tail, "", {"a"}, 3, "(gone)"},
+  const std::string o(1023, 'o');
+  const auto sized = [&](std::size_t size) { return line + std::string(size - line.size(), 'm'); };
+  const std::vector<std::tuple<const char*, std::string, Texts, std::string>> rows = {
+      {"others stay", line + "\n" + tail, {"a", "b"}, "wheel:x:10:a,b\n" + tail},
+      {"no members", "a:x:1:\n" + line, {}, "a:x:1:\nwheel:x:10:\n"},
+      {"fields missing", "wheel:root\nwheel\n", {"", "a"}, "wheel:,a\nwheel\n"},
+      {"1,023 bytes in all", sized(1022) + "\nz:x:1:\n", {"a"}, new_line + "z:x:1:\n"},
+      {"1,023 and the end", sized(1023) + "\nz:x:1:\n", {"a"}, new_line + "\nz:x:1:\n"},
+      {"3,000 and the end", sized(3000) + "\n", {"a"}, new_line + std::string(1977, 'm') + "\n"},
+      {"a piece as a line", line + "\n" + o + "wheel:y", {"a"}, new_line + o + "wheel:a\n"},
   };
   sandbox::run([&] {
-    for (const Row& row : rows) {
-      SCOPED_TRACE(row.sentence);
-      sandbox::write_file("/etc/group", row.before, 0640);
-      ASSERT_EQ(::chown("/etc/group", 0, 42), 0);
-      if (!row.stale.empty()) sandbox::write_file("/etc/group.temp", row.stale);
-      EXPECT_EQ(CUnixUser::mod_group_member("wheel", row.members), row.result);
-      const bool gone = !std::filesystem::exists("/etc/group");
-      EXPECT_EQ(gone ? "(gone)" : sandbox::read_file("/etc/group"), row.after);
-      EXPECT_FALSE(std::filesystem::exists("/etc/group.temp"));
-      EXPECT_FALSE(std::filesystem::exists("/etc/group.bak"));
-      struct stat rights {};
-      if (row.result != 0) continue;
-      ASSERT_EQ(::stat("/etc/group", &rights), 0);
-      EXPECT_EQ(rights.st_mode & 07777, 0640U);
-      EXPECT_EQ(rights.st_gid, 42U);
+    for (const auto& [sentence, before, members, after] : rows) {
+      SCOPED_TRACE(sentence);
+      sandbox::write_file("/etc/group", before, 0660);
+      EXPECT_EQ(CUnixUser::mod_group_member("wheel", members), 0);
+      EXPECT_EQ(sandbox::read_file("/etc/group"), after);
+      EXPECT_EQ(fs::status("/etc/group").permissions(), fs::perms{0660});
+      EXPECT_FALSE(fs::exists("/etc/group.temp") || fs::exists("/etc/group.bak"));
     }
+    sandbox::write_file("/etc/group.temp", "stale:x:1:\n");
+    EXPECT_EQ(CUnixUser::mod_group_member("wheel", {"a"}), 0);
+    EXPECT_EQ(sandbox::read_file("/etc/group"), "stale:x:1:\n" + new_line + o + "wheel:a\n");
+    EXPECT_EQ(CUnixUser::mod_group_member("missing", {"a"}), 3);
+    EXPECT_FALSE(fs::exists("/etc/group") || fs::exists("/etc/group.bak")) << "the hard ending";
+
     sandbox::write_file("/etc/group", line);
     ASSERT_EQ(::mount(nullptr, "/etc", nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr), 0);
     EXPECT_EQ(CUnixUser::mod_group_member("wheel", {"a"}), 22);
     EXPECT_EQ(sandbox::read_file("/etc/group"), line);
+  });
+}
+
+TEST(CUnixUser, AccountsFromBirthToEnd) {
+  sandbox::run([] {
+    for (const char* dir : {"/home", "/var/mail", "/var/log"}) sandbox::make_private(dir);
+    EXPECT_EQ(CUnixUser::create_group("alice"), 0);
+    EXPECT_EQ(CUnixUser::mod_grp_data({"alice", 4300, {"root", "daemon"}}), 0);
+    EXPECT_EQ(getent("group", "alice"), "alice:x:4300:root,daemon\n");
+    EXPECT_EQ(CUnixUser::create_user("alice"), 0);
+    User user;
+    EXPECT_EQ(CUnixUser::get_user_data("alice", user), 0);
+    EXPECT_EQ(line_of(user), getent("passwd", "alice"));
+    sandbox::write_file(user.home + "/letter", "kept");
+    // The second time without a standard input, so that the pipe takes its place.
+    for (const std::string password : {"p:a s$w\"ord", "other"}) {
+      EXPECT_EQ(CUnixUser::mod_passwd("alice", password), 0);
+      const std::string hash = ::getspnam("alice")->sp_pwdp;
+      EXPECT_EQ(::crypt(password.c_str(), hash.c_str()), hash);
+      ::close(0);
+    }
+    EXPECT_EQ(::dup(1), 0) << "a descriptor was left open";
+    for (const char* comment : {"Alice L., Room 5", ""}) {
+      user = {"alice", 4242, 50, comment, "/home/moved", "/bin/bash"};
+      EXPECT_EQ(CUnixUser::mod_user_data(user), 0);
+      EXPECT_EQ(line_of(user), getent("passwd", "alice"));
+    }
+    EXPECT_EQ(CUnixUser::mod_user_data({"alice", 4242, 50, "", "/home/lost", "no/shell"}), 7);
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(CUnixUser::delete_group("alice"), 23);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "have same of username\n");
+    EXPECT_EQ(CUnixUser::delete_user("alice"), 0);
+    EXPECT_EQ(CUnixUser::delete_group("alice"), 0);
+    EXPECT_EQ(getent("passwd", "alice") + getent("group", "alice"), "");
+    EXPECT_EQ(sandbox::read_file("/home/moved/letter"), "kept");
+  });
+}
+
+TEST(CUnixUser, PasswordGoesThroughThePipeWhole) {
+  sandbox::run([] {
+    const auto change_with = [](const std::string& script, const std::string& password) {
+      sandbox::write_file(sandbox::scratch() + "/tool", "#!/bin/bash\n" + script, 0755);
+      sandbox::bind_path(sandbox::scratch() + "/tool", "/usr/sbin/chpasswd");
+      return CUnixUser::mod_passwd("root", password);
+    };
+    // Longer than a pipe holds, under a rain of signals that cut writes and waits short.
+    const std::string longer(300000, 'p');
+    const std::string input = sandbox::scratch() + "/input";
+    const struct sigaction wake {
+      {[](int) {}}, {}, 0, nullptr
+    };
+    ::sigaction(SIGALRM, &wake, nullptr);
+    ::ualarm(1000, 1000);
+    EXPECT_EQ(change_with("sleep 0.05; cat > " + input + "; sleep 0.05", longer), 0);
+    EXPECT_EQ(sandbox::read_file(input), "root:" + longer + "\n");
+
+    static_cast<void>(::signal(SIGPIPE, SIG_DFL));
+    EXPECT_EQ(change_with("exit 1", longer), 0) << "a tool that does not read";
+    static_cast<void>(::signal(SIGCHLD, SIG_IGN));
+    EXPECT_EQ(change_with("exit 0", "nothing to wait for"), 21);
   });
 }
