@@ -1,14 +1,13 @@
 // The command, clock and identity half of CUnixTools.
 
 #include <fcntl.h>
-#include <pwd.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 
+#include "base/account_lookup.h"
 #include "base/handles.h"
 #include "base/line_reader.h"
 #include "base/local_time.h"
@@ -17,12 +16,6 @@
 #include "utility/CUnixTools.h"
 
 namespace utility {
-namespace {
-
-// An entry of the password database beyond this is taken for damage.
-constexpr std::size_t kLargestEntry = 1U << 20;
-
-}  // namespace
 
 int CUnixTools::exec_cmd(const char* command) {
   if (command == nullptr) return 9;
@@ -64,16 +57,8 @@ std::string CUnixTools::get_time_now() {
 }
 
 std::string CUnixTools::get_process_user() {
-  passwd entry{};
-  passwd* found = nullptr;
-  for (std::size_t size = 1024; size <= kLargestEntry; size *= 4) {
-    const detail::Buffer buffer = detail::make_buffer(size);
-    if (!buffer) return {};
-    const int error = ::getpwuid_r(::getuid(), &entry, buffer.get(), size, &found);
-    if (error == 0 && found != nullptr) return entry.pw_name;
-    if (error != ERANGE) return {};
-  }
-  return {};
+  const detail::UserEntry user = detail::find_user_by_id(::getuid());
+  return user ? user->pw_name : "";
 }
 
 std::string CUnixTools::get_process_path(const int& pid) {

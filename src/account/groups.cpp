@@ -1,0 +1,168 @@
+// The group half of CUnixUser.
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+
+#include "account/account_common.h"
+#include "base/account_lookup.h"
+#include "base/handles.h"
+#include "utility/CUnixUser.h"
+
+namespace utility {
+namespace {
+
+constexpr char kGroupFile[] = "/etc/group";
+constexpr char kWorkingCopy[] = "/etc/group.temp";
+constexpr char kBackup[] = "/etc/group.bak";
+
+// An open walk over the group database.
+struct GroupWalk {
+  GroupWalk() noexcept { ::setgrent(); }
+  GroupWalk(const GroupWalk&) = delete;
+  GroupWalk& operator=(const GroupWalk&) = delete;
+  ~GroupWalk() { ::endgrent(); }
+
+  // Null at the end, with errno at 0, and on an error, with errno set.
+  static const group* next() noexcept {
+    errno = 0;
+    return ::getgrent();
+  }
+};
+
+// The lines of a group file with their line feeds; one of more than 1,023 bytes in several pieces.
+std::vector<std::string> read_pieces(FILE* file) {
+  // On the stack rather than in a LineReader: getting memory for it must not be one more way to
+  // fail, since a failure costs the host its group file.
+  std::array<char, 1024> piece;
+  std::vector<std::string> pieces;
+  while (std::fgets(piece.data(), static_cast<int>(piece.size()), file) != nullptr) {
+    pieces.emplace_back(piece.data());
+  }
+  return pieces;
+}
+
+bool is_of_group(const std::string& line, const std::string& name) {
+  const std::size_t colon = line.find(':');
+  return colon != std::string::npos && line.compare(0, colon, name) == 0;
+}
+
+// The C library makes a new file under the process's umask; group databases have rights of their
+// own.
+void copy_rights(FILE* from, FILE* to) noexcept {
+  struct stat rights {};
+  if (::fstat(::fileno(from), &rights) != 0) return;
+  ::fchmod(::fileno(to), rights.st_mode & 07777);
+  [[maybe_unused]] const int ignored = ::fchown(::fileno(to), rights.st_uid, rights.st_gid);
+}
+
+// Writes the group file with the new members of group `name` to the working copy.
+int write_working_copy(const std::string& name, const std::vector<std::string>& members) {
+  int found = 0;
+  if (const int status = CUnixUser::is_group_exist(name, found); status != 0) return status;
+  if (found == 0) return 3;
+  const detail::File source = detail::open_file(kGroupFile, "re");
+  const detail::File copy = detail::open_file(kWorkingCopy, "ae");
+  if (!source || !copy) return 22;
+
+  copy_rights(source.get(), copy.get());
+  std::string member_text;
+  CUnixUser::get_new_grp_mem_list(members, member_text);
+  for (std::string& line : read_pieces(source.get())) {
+    if (is_of_group(line, name)) {
+      line.resize(line.rfind(':'));
+      line.append(1, ':').append(member_text).append(1, '\n');
+    }
+    static_cast<void>(std::fputs(line.c_str(), copy.get()));
+  }
+  return 0;
+}
+
+}  // namespace
+
+void CUnixUser::gr_2_gd(const group& entry, UnixGroupData& record) {
+  record.name = entry.gr_name != nullptr ? entry.gr_name : "";
+  record.gid = entry.gr_gid;
+  record.members.clear();
+  for (char** member = entry.gr_mem; member != nullptr && *member != nullptr; ++member) {
+    record.members.emplace_back(*member);
+  }
+}
+
+int CUnixUser::get_group_data(const std::string& name, UnixGroupData& record) {
+  if (name.empty()) return 1;
+  const detail::GroupEntry entry = detail::find_group(name.c_str());
+  if (!entry) return 3;
+  gr_2_gd(*entry, record);
+  return 0;
+}
+
+int CUnixUser::get_all_group_data(int (*callback)(const UnixGroupData&, void*), void* context) {
+  const GroupWalk walk;
+  UnixGroupData record;
+  while (const group* entry = GroupWalk::next()) {
+    gr_2_gd(*entry, record);
+    if (callback != nullptr && callback(record, context) != 0) return 20;
+  }
+  return errno != 0 ? 3 : 0;
+}
+
+std::string CUnixUser::getgrpnamebyid(unsigned int gid) {
+  const detail::GroupEntry entry = detail::find_group_by_id(gid);
+  return entry ? entry->gr_name : std::to_string(gid);
+}
+
+int CUnixUser::is_group_exist(const std::string& name, int& found) {
+  return detail::find_account_line(kGroupFile, name, found);
+}
+
+int CUnixUser::create_group(const std::string& name) {
+  if (name.empty()) return 4;
+  int found = 0;
+  if (const int status = is_group_exist(name, found); status != 0) return status;
+  if (found != 0) return 9;
+  return detail::run_tool("/usr/sbin/groupadd " + name);
+}
+
+int CUnixUser::delete_group(const std::string& name) {
+  if (name.empty()) return 4;
+  if (detail::find_user(name.c_str())) {
+    std::puts("have same of username");
+    return 23;
+  }
+  if (!detail::find_group(name.c_str())) return 3;
+  return detail::run_removal("/usr/sbin/groupdel", name);
+}
+
+int CUnixUser::mod_grp_data(const UnixGroupData& record) {
+  if (record.name.empty()) return 4;
+  const detail::GroupEntry current = detail::find_group(record.name.c_str());
+  if (!current) return 3;
+  std::string command = "/usr/sbin/groupmod";
+  if (record.gid != current->gr_gid) {
+    if (detail::find_group_by_id(record.gid)) return 8;
+    command += " -g " + std::to_string(record.gid);
+  }
+  const int status = detail::run_tool(command + " " + record.name);
+  return status != 0 ? status : mod_group_member(record.name, record.members);
+}
+
+int CUnixUser::mod_group_member(const std::string& name, const std::vector<std::string>& members) {
+  const int status = write_working_copy(name, members);
+  // Taken whatever the status: callers know this ending, and the header warns of it.
+  static_cast<void>(std::rename(kGroupFile, kBackup));
+  static_cast<void>(std::rename(kWorkingCopy, kGroupFile));
+  static_cast<void>(std::remove(kBackup));
+  return status;
+}
+
+void CUnixUser::get_new_grp_mem_list(const std::vector<std::string>& members, std::string& text) {
+  text.clear();
+  for (const std::string& member : members) text += member + ',';
+  if (!text.empty()) text.pop_back();
+}
+
+}  // namespace utility
