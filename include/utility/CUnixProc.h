@@ -36,6 +36,7 @@ class UTILITY_API CUnixProc {
     std::string name;
     /// Real user id.
     unsigned int uid = 0;
+    /// Process id.
     int pid = 0;
     /// Process id of the parent; 0 when the name holds a blank, which hides the field.
     int ppid = 0;
@@ -65,6 +66,7 @@ class UTILITY_API CUnixProc {
 
   /// The files that one process has mapped.
   struct UnixProcMapInfo {
+    /// Process id.
     int pid = 0;
     /// Distinct paths in ascending byte order.
     std::vector<std::string> maps;
