@@ -7,21 +7,25 @@
 
 namespace utility::detail {
 
-DirWalk::DirWalk(int parent, const char* name) noexcept {
-  Fd fd(::openat(parent, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!fd) return;
-  dir_.reset(::fdopendir(fd.get()));
-  if (dir_) fd.release();
-}
+DirWalk::DirWalk(const char* path) noexcept : DirWalk(AT_FDCWD, path) {}
+
+DirWalk::DirWalk(int parent, const char* name) noexcept
+    : fd_(::openat(parent, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {}
 
 const char* DirWalk::next() noexcept {
-  if (!dir_) return nullptr;
-  const dirent* entry = nullptr;
-  do {
-    entry = ::readdir(dir_.get());
-    if (entry == nullptr) return nullptr;
-  } while (std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0);
-  return entry->d_name;
+  for (;;) {
+    if (at_ == filled_) {
+      const ssize_t count = fd_ ? ::getdents64(fd_.get(), block_.data(), block_.size()) : 0;
+      if (count <= 0) return nullptr;
+      at_ = 0;
+      filled_ = static_cast<std::size_t>(count);
+    }
+    const auto* entry = reinterpret_cast<const dirent64*>(block_.data() + at_);
+    at_ += entry->d_reclen;
+    if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0) {
+      return entry->d_name;
+    }
+  }
 }
 
 bool is_decimal(const char* name) noexcept {

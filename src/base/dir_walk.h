@@ -1,29 +1,39 @@
 #pragma once
 
-#include <string>
+#include <dirent.h>
+
+#include <array>
+#include <cstddef>
 
 #include "base/handles.h"
 
 namespace utility::detail {
 
 /// The entries of a directory in listing order, without "." and "..".
+///
+/// Reads the kernel's records itself: a DIR costs two more calls for each directory, which counts
+/// where every process's descriptors are listed. Takes nothing from the heap, so that a child may
+/// use it between fork and exec.
 class DirWalk {
  public:
-  explicit DirWalk(const char* path) noexcept : dir_(::opendir(path)) {}
+  explicit DirWalk(const char* path) noexcept;
   /// Opens `name` relative to the open directory `parent`.
   DirWalk(int parent, const char* name) noexcept;
 
   /// False when the directory could not be opened; `next` then yields nothing.
-  explicit operator bool() const noexcept { return dir_ != nullptr; }
+  explicit operator bool() const noexcept { return static_cast<bool>(fd_); }
 
   /// The name of the next entry, or null behind the last one. Valid until the next call.
   const char* next() noexcept;
 
   /// The open directory, for the *at() calls.
-  int fd() const noexcept { return ::dirfd(dir_.get()); }
+  int fd() const noexcept { return fd_.get(); }
 
  private:
-  Dir dir_;
+  Fd fd_;
+  std::size_t at_ = 0;
+  std::size_t filled_ = 0;
+  alignas(dirent64) std::array<char, 4096> block_;  // filled up to `filled_`, never beyond
 };
 
 /// True when every byte of `name` is a decimal digit; so too for the empty name.

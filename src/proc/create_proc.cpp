@@ -1,0 +1,147 @@
+#include <fcntl.h>
+#include <pwd.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "base/dir_walk.h"
+#include "base/paths.h"
+#include "proc/codes.h"
+#include "proc/proc_text.h"
+#include "utility/CUnixProc.h"
+
+namespace utility {
+namespace {
+
+constexpr int kFailedChild = 255;
+
+struct Account {
+  uid_t uid;
+  gid_t gid;
+};
+
+// All that the daemon needs, made ready before the fork: behind it, where another thread may have
+// held any lock, the child makes bare system calls only.
+struct Daemon {
+  const char* command;
+  const char* dir;
+  std::optional<Account> account;
+  unsigned int open_files;
+  char** envp;
+};
+
+bool is_regular_file(const std::string& path) {
+  struct stat status {};
+  return ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+// The link that is read is always `dir` itself, so that a link to a link never leads anywhere; the
+// readings end where the kernel's own would.
+bool leads_to_directory(const std::string& dir) {
+  constexpr int kMaxReadings = 40;
+  constexpr std::size_t kMaxTarget = 260;
+  std::string path = dir;
+  for (int readings = 0;; ++readings) {
+    struct stat status {};
+    if (::lstat(path.c_str(), &status) != 0) return false;
+    if (S_ISDIR(status.st_mode)) return true;
+    if (!S_ISLNK(status.st_mode) || readings == kMaxReadings) return false;
+    if (!detail::read_link_at(AT_FDCWD, dir.c_str(), kMaxTarget, path)) return false;
+  }
+}
+
+// Looked up before the fork: the account databases take locks that a child may find held for ever.
+std::optional<Account> find_account(const std::string& user) {
+  if (user.empty()) return std::nullopt;
+  passwd entry{};
+  passwd* found = nullptr;
+  std::vector<char> text(4096);
+  while (::getpwnam_r(user.c_str(), &entry, text.data(), text.size(), &found) == ERANGE) {
+    text.resize(text.size() * 2);
+  }
+  if (found == nullptr) return std::nullopt;
+  return Account{found->pw_uid, found->pw_gid};
+}
+
+// The soft limit of open files; empty when it cannot be read.
+std::optional<unsigned int> open_file_limit() {
+  constexpr rlim_t kWhenUnlimited = 1024;
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return std::nullopt;
+  if (limit.rlim_cur == RLIM_INFINITY) return static_cast<unsigned int>(kWhenUnlimited);
+  return static_cast<unsigned int>(std::min<rlim_t>(limit.rlim_cur, UINT_MAX));
+}
+
+// Limits of a million are common: the kernel closes the range, or (before Linux 5.9) says which
+// descriptors there are; only without either are all numbers tried.
+void close_below(unsigned int limit) {
+  if (limit == 0 || ::close_range(0, limit - 1, 0) == 0) return;
+  detail::DirWalk open_ones("/proc/self/fd");
+  if (open_ones) {
+    while (const char* name = open_ones.next()) {
+      const int fd = static_cast<int>(std::strtol(name, nullptr, 10));
+      if (fd != open_ones.fd() && static_cast<unsigned int>(fd) < limit) ::close(fd);
+    }
+    return;
+  }
+  for (unsigned int fd = 0; fd < limit; ++fd) ::close(static_cast<int>(fd));
+}
+
+[[noreturn]] void run_daemon(const Daemon& daemon) {
+  ::setsid();
+  sigset_t none;
+  ::sigemptyset(&none);
+  ::sigprocmask(SIG_SETMASK, &none, nullptr);
+  if (::chdir(daemon.dir) != 0) ::_exit(kFailedChild);
+  if (daemon.account) {
+    // Not checked: a caller without the right to change goes on as it is.
+    [[maybe_unused]] int ignored = ::setgid(daemon.account->gid);
+    ignored = ::setuid(daemon.account->uid);
+  }
+  close_below(daemon.open_files);
+  // Not close-on-exec: this is the daemon's standard input.
+  const int null_device = ::open("/dev/null", O_RDWR);
+  if (null_device < 0) ::_exit(kFailedChild);
+  for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    ::dup2(null_device, standard);
+  }
+  ::execle("/bin/sh", "sh", "-c", daemon.command, static_cast<char*>(nullptr), daemon.envp);
+  ::_exit(0);
+}
+
+}  // namespace
+
+int CUnixProc::create_proc(const std::string& executable, const std::string& args,
+                           const std::string& dir, const std::string& user, char** envp) {
+  if (executable.empty() || !is_regular_file(executable)) return detail::kUnusable;
+  if (!leads_to_directory(dir)) return detail::kUnusable;
+  const std::optional<unsigned int> open_files = open_file_limit();
+  if (!open_files) return detail::kNoLimit;
+  const std::string command = detail::shell_command(executable, args);
+  const Daemon daemon{command.c_str(), dir.c_str(), find_account(user), *open_files, envp};
+
+  const pid_t child = ::fork();
+  if (child < 0) return detail::kNoChild;
+  if (child == 0) {
+    // The child ends at once, so that init inherits the daemon.
+    if (::fork() != 0) ::_exit(kFailedChild);
+    run_daemon(daemon);
+  }
+  pid_t ended = 0;
+  do {
+    ended = ::waitpid(child, nullptr, 0);
+  } while (ended < 0 && errno == EINTR);
+  return ended == child ? detail::kDone : detail::kNoChild;
+}
+
+}  // namespace utility

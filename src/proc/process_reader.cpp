@@ -1,0 +1,215 @@
+#include "proc/process_reader.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "base/dir_walk.h"
+#include "base/line_reader.h"
+#include "base/paths.h"
+#include "proc/codes.h"
+#include "utility/CStr.h"
+
+namespace utility::detail {
+namespace {
+
+using ProcData = CUnixProc::UnixProcData;
+
+// Inside this file: the process ended between two steps.
+constexpr int kVanished = -1;
+
+// What a failed read means; the kernel tells of a process that is gone.
+int read_failure() {
+  return errno == ESRCH ? kVanished : kNotRead;
+}
+
+// A stream over `file` from its start; null when memory ran out.
+File rewind_as_stream(Fd& file) {
+  ::lseek(file.get(), 0, SEEK_SET);
+  File stream(::fdopen(file.get(), "r"));
+  if (stream) file.release();
+  return stream;
+}
+
+bool is_regular_file(const std::string& path) {
+  struct stat status {};
+  return ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+// The kernel cuts names to 15 bytes; the file name of the executable tells the rest.
+void lengthen_name(ProcData& data) {
+  if (data.path.empty() || data.name.empty()) return;
+  const std::size_t file_name = data.path.rfind('/') + 1;  // 0 without any "/"
+  if (data.path.size() - file_name > data.name.size()) data.name = data.path.substr(file_name);
+}
+
+}  // namespace
+
+int read_joined(const Fd& file, char* buffer, int limit, std::string& text) {
+  const ssize_t count = ::read(file.get(), buffer, static_cast<std::size_t>(limit));
+  if (count < 0) return kNotRead;
+  return CUnixProc::parse_args(buffer, static_cast<int>(count), text);
+}
+
+int find_executable(std::string_view line, int dir, const char* exe, std::string& path) {
+  std::string found(first_piece(line));
+  if (found.empty() || found.front() != '/' || !is_regular_file(found)) {
+    if (!read_link_at(dir, exe, 4096, found)) return kNoExecutable;
+    CStr::trim(found);
+  }
+  path = std::move(found);
+  return kDone;
+}
+
+void append_if_socket(int dir, const char* entry, std::vector<unsigned long>& inodes) {
+  struct stat status {};
+  if (::fstatat(dir, entry, &status, 0) == 0 && S_ISSOCK(status.st_mode)) {
+    inodes.push_back(status.st_ino);
+  }
+}
+
+ProcessReader::ProcessReader(int dir, const char* prefix)
+    : dir_(dir),
+      path_(prefix),
+      prefix_size_(path_.size()),
+      cmdline_(make_buffer(kCmdBytes + 1)),
+      text_(make_buffer(kEnvironBytes + 1)) {}
+
+int ProcessReader::read(int pid, ProcData& data) {
+  data.pid = pid;
+  path_.resize(prefix_size_);
+  path_.append(std::to_string(pid)).append("/");
+  process_size_ = path_.size();
+
+  const Fd cmdline = open("cmdline");
+  Fd stat = open("stat");
+  Fd status = open("status");
+  const bool all_open = cmdline && stat && status;
+  if (!all_open && (is_missing("cmdline") || is_missing("stat") || is_missing("status"))) {
+    return kDone;
+  }
+
+  StatusFields fields;
+  fields.uid = data.uid;
+  fields.gid = data.gid;
+  int code = read_status(status, fields);
+  if (code == kDone) {
+    data.name = std::move(fields.name);
+    code = read_cmd(cmdline, data);
+  }
+  if (code == kDone) {
+    data.uid = fields.uid;
+    code = read_stat(stat, data);
+  }
+  if (code != kDone) return code == kVanished ? kDone : code;
+  data.gid = fields.gid;
+
+  read_executable(data);
+  read_sockets(data.inodes);
+  read_environ(data.environ);
+  lengthen_name(data);
+  return kDone;
+}
+
+// The path of a file of the process in hand; valid until the next call.
+const char* ProcessReader::path_of(const char* file) {
+  path_.resize(process_size_);
+  return path_.append(file).c_str();
+}
+
+Fd ProcessReader::open(const char* file) {
+  return Fd(::openat(dir_, path_of(file), O_RDONLY | O_CLOEXEC));
+}
+
+bool ProcessReader::is_missing(const char* file) {
+  return ::faccessat(dir_, path_of(file), F_OK, 0) != 0;
+}
+
+int ProcessReader::read_status(Fd& file, StatusFields& fields) {
+  if (!file) return kNotOpened;
+  if (!cmdline_ || !text_) return kNoMemory;
+  const ssize_t count = ::read(file.get(), text_.get(), kLineCapacity);
+  if (count < 0) return read_failure();
+  if (count < kLineCapacity) {
+    const auto size = static_cast<std::size_t>(count);
+    text_[size] = '\0';
+    TextLines lines(text_.get(), size);
+    scan_status(lines, fields);
+    return kDone;
+  }
+
+  // A file of more than one piece: a member of hundreds of groups.
+  const File stream = rewind_as_stream(file);
+  if (!stream) return kNoMemory;
+  LineReader lines(stream.get(), kLineCapacity);
+  if (!lines.ready()) return kNoMemory;
+  scan_status(lines, fields);
+  return lines.failed() ? read_failure() : kDone;
+}
+
+int ProcessReader::read_cmd(const Fd& file, ProcData& data) {
+  if (!file) return kNotOpened;
+  const ssize_t count = ::read(file.get(), cmdline_.get(), kCmdBytes);
+  if (count < 0) return read_failure();
+  cmdline_[static_cast<std::size_t>(count)] = '\0';
+  CUnixProc::parse_args(cmdline_.get(), static_cast<int>(count), data.cmd);
+  if (data.cmd.empty()) data.cmd = "[" + data.name + "]";
+  return kDone;
+}
+
+int ProcessReader::read_stat(Fd& file, ProcData& data) {
+  if (!file) return kNotOpened;
+  const ssize_t count = ::read(file.get(), text_.get(), kLineCapacity);
+  if (count < 0 && errno == ESRCH) return kVanished;
+  // A file that cannot be read scans as an empty one.
+  const auto size = static_cast<std::size_t>(std::max<ssize_t>(count, 0));
+  unsigned long ticks = 0;
+  if (size < kLineCapacity && std::memchr(text_.get(), '\0', size) == nullptr) {
+    text_[size] = '\0';
+    parse_stat_line(text_.get(), data.ppid, ticks);
+  } else {
+    const File stream = rewind_as_stream(file);
+    if (!stream) return kNoMemory;
+    scan_stat(stream.get(), data.ppid, ticks);
+  }
+
+  const int code = read_boot_time();
+  if (code == kDone) data.start_time = start_time(ticks, *boot_time_);
+  return code;
+}
+
+int ProcessReader::read_boot_time() {
+  if (boot_time_) return kDone;
+  long boot_time = 0;
+  const int code = CUnixProc::get_boottime(boot_time);
+  if (code == kDone) boot_time_ = boot_time;
+  return code;
+}
+
+void ProcessReader::read_executable(ProcData& data) {
+  find_executable(first_line(cmdline_.get()), dir_, path_of("exe"), data.path);
+}
+
+void ProcessReader::read_sockets(std::vector<unsigned long>& inodes) {
+  DirWalk descriptors(dir_, path_of("fd"));
+  while (const char* name = descriptors.next()) {
+    if (name[0] != '.') append_if_socket(descriptors.fd(), name, inodes);
+  }
+}
+
+void ProcessReader::read_environ(std::string& environ) {
+  const Fd file = open("environ");
+  if (!file) {
+    if (is_missing("environ")) environ.clear();
+    return;
+  }
+  const int code = read_joined(file, text_.get(), kEnvironBytes, environ);
+  if (code == kDone && !is_printable(environ)) environ.clear();
+}
+
+}  // namespace utility::detail

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/handles.h"
+#include "proc/proc_text.h"
+#include "utility/CUnixProc.h"
+
+namespace utility::detail {
+
+/// Reads up to `limit` bytes of `file` into `buffer` in one call and joins the NUL-separated texts.
+///
+/// @return 0, or 9 when the read failed, where `text` is untouched and errno says why.
+int read_joined(const Fd& file, char* buffer, int limit, std::string& text);
+
+/// Finds the executable of the process whose first line of arguments is `line` and whose link is
+/// `exe` below the open directory `dir`. As CUnixProc::get_proc_name_ext: 0, or 10.
+int find_executable(std::string_view line, int dir, const char* exe, std::string& path);
+
+/// Appends the inode number of `entry`, below the open directory `dir`, if it leads to a socket.
+void append_if_socket(int dir, const char* entry, std::vector<unsigned long>& inodes);
+
+/// Fills the records of a walk over the process table.
+///
+/// Opens each file of a process once and reads it with one call; 17 calls and one for each
+/// descriptor make a record. The files are named from the open /proc: a number is given to another
+/// process only after all others had their turn, so a directory held open for each process would
+/// add two calls and nothing else.
+class ProcessReader {
+ public:
+  /// Processes are found as `prefix` + pid below the open directory `dir`.
+  ProcessReader(int dir, const char* prefix);
+
+  /// As CUnixProc::get_proc_data; the boot time is read once for all processes.
+  int read(int pid, CUnixProc::UnixProcData& data);
+
+ private:
+  const char* path_of(const char* file);
+  Fd open(const char* file);
+  bool is_missing(const char* file);
+
+  int read_status(Fd& file, StatusFields& fields);
+  int read_cmd(const Fd& file, CUnixProc::UnixProcData& data);
+  int read_stat(Fd& file, CUnixProc::UnixProcData& data);
+  int read_boot_time();
+  void read_executable(CUnixProc::UnixProcData& data);
+  void read_sockets(std::vector<unsigned long>& inodes);
+  void read_environ(std::string& environ);
+
+  int dir_;
+  std::string path_;
+  std::size_t prefix_size_;
+  std::size_t process_size_ = 0;
+  std::optional<long> boot_time_;
+  Buffer cmdline_;
+  Buffer text_;
+};
+
+}  // namespace utility::detail
