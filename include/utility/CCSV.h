@@ -111,8 +111,8 @@ class UTILITY_API CCSV {
   /// Releases an array: its strings up to the first empty one, that one, and the array. Null is
   /// ignored.
   ///
-  /// Hazard: fields behind an empty one are not reached; who reads such records must `delete[]`
-  /// those first, with the count that `ReadRecord` gave.
+  /// Hazard: what lies behind an empty field, the final empty string included, is not reached; who
+  /// reads such records must `delete[]` that too, by the count that `ReadRecord` gave.
   static void FreeRecord(char** record);
 
   /// Inserts a record before the current one (at the end: appends it), and moves behind it.
