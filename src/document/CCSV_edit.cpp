@@ -1,0 +1,236 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstring>
+
+#include "base/handles.h"
+#include "base/paths.h"
+#include "document/csv_scanner.h"
+#include "utility/CCSV.h"
+
+namespace utility {
+namespace {
+
+using detail::Buffer;
+using detail::CsvScanner;
+using detail::Fd;
+
+// GBK for "failed to create the temporary file!" and "creating the temporary file did not
+// succeed!".
+constexpr char kNoTemporaryForRecord[] =
+    "\xc1\xd9\xca\xb1\xce\xc4\xbc\xfe\xb4\xb4\xbd\xa8\xca\xa7\xb0\xdc!";
+constexpr char kNoTemporaryForFile[] =
+    "\xc1\xd9\xca\xb1\xce\xc4\xbc\xfe\xb4\xb4\xbd\xa8\xb2\xbb\xb3\xc9\xb9\xa6!";
+
+/// Makes the temporary file anew. Nobody else may read it, and nothing is opened that somebody put
+/// there between the two calls: the working directory may be anybody's.
+Fd make_temporary(const char* name) noexcept {
+  ::unlink(name);
+  return Fd(::open(name, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+}
+
+bool write_all(int fd, std::string_view bytes, off_t offset) noexcept {
+  while (!bytes.empty()) {
+    const ssize_t done = ::pwrite(fd, bytes.data(), bytes.size(), offset);
+    if (done <= 0) return false;
+    bytes.remove_prefix(static_cast<std::size_t>(done));
+    offset += done;
+  }
+  return true;
+}
+
+/// A place in a file.
+struct Place {
+  int fd;
+  off_t offset;
+};
+
+/// Copies `length` bytes in blocks of `size`.
+bool copy_bytes(Place from, Place to, off_t length, char* block, int size) noexcept {
+  while (length > 0) {
+    const auto wanted = static_cast<std::size_t>(std::min<off_t>(length, size));
+    const ssize_t got = ::pread(from.fd, block, wanted, from.offset);
+    if (got <= 0) return false;
+    if (!write_all(to.fd, {block, static_cast<std::size_t>(got)}, to.offset)) return false;
+    from.offset += got;
+    to.offset += got;
+    length -= got;
+  }
+  return true;
+}
+
+bool ends_array(const char* field) noexcept {
+  return field == nullptr || *field == '\0';
+}
+
+/// `field` in quotes, or null when memory is short.
+char* quoted_copy(const char* field) noexcept {
+  const char* const last = field + std::strlen(field) - 1;
+  const auto doubled = static_cast<std::size_t>(std::count(field, last, '"'));
+  char* const copy = new (std::nothrow) char[static_cast<std::size_t>(last - field) + doubled + 4];
+  if (copy == nullptr) return nullptr;
+  char* out = copy;
+  *out++ = '"';
+  for (const char* in = field; in <= last; ++in) {
+    *out++ = *in;
+    if (*in == '"' && in != last) *out++ = '"';
+  }
+  *out++ = '"';
+  *out = '\0';
+  return copy;
+}
+
+bool quote_fields(char** fields, int limit) noexcept {
+  for (int i = 0; i < limit && !ends_array(fields[i]); ++i) {
+    if (std::strpbrk(fields[i], " ,\n\"") == nullptr) continue;
+    char* const quoted = quoted_copy(fields[i]);
+    if (quoted == nullptr) return false;
+    delete[] fields[i];
+    fields[i] = quoted;
+  }
+  return true;
+}
+
+std::string join_record(char** fields, int count) {
+  std::string line;
+  for (int i = 0; i < count; ++i) {
+    if (fields[i] != nullptr) line += fields[i];
+    line += ',';
+  }
+  line.replace(line.size() - 1, 1, "\r\n");
+  return line;
+}
+
+/// Writes the neatened form of the whole file; false when reading or writing failed.
+bool write_neat(CsvScanner& scanner, int fd) {
+  bool quoted = false;
+  off_t written = 0;
+  off_t complete = 0;
+  off_t offset = 0;
+  std::string neat;
+  for (auto bytes = scanner.block(0); !bytes.empty(); bytes = scanner.block(offset)) {
+    neat.clear();
+    for (const char byte : bytes) {
+      if (byte == '"') quoted = !quoted;
+      if (quoted || (byte != ' ' && byte != '\n')) {
+        neat += byte;
+      } else if (byte == '\n') {
+        neat += "\r\n";
+        complete = written + static_cast<off_t>(neat.size());
+      }
+    }
+    if (!write_all(fd, neat, written)) return false;
+    written += static_cast<off_t>(neat.size());
+    offset += static_cast<off_t>(bytes.size());
+  }
+  // What follows the last record's end is no record.
+  return !scanner.failed() && ::ftruncate(fd, complete) == 0;
+}
+
+/// Gives the file `fd` the owner and mode of the file `from`, as far as we may.
+void take_over_rights(int from, int fd) noexcept {
+  struct stat st {};
+  if (::fstat(from, &st) != 0) return;
+  // The owner first: changing it drops the set-id bits. Only root can, and then nobody gains.
+  if (::fchown(fd, st.st_uid, st.st_gid) != 0 && st.st_uid != ::geteuid()) return;
+  static_cast<void>(::fchmod(fd, st.st_mode & 07777));
+}
+
+}  // namespace
+
+bool CCSV::WriteRecord(const char** fields, int count) {
+  m_record = const_cast<char**>(fields);
+  off_t at = 0;
+  if (m_scanner == nullptr || fields == nullptr || count <= 0) return false;
+  if (!m_scanner->locate(m_cur, m_records, at)) return false;
+  const Buffer block = detail::make_buffer(static_cast<std::size_t>(m_block));
+  if (block == nullptr) return false;
+  Fd temporary = make_temporary(m_temp_name);
+  if (!temporary) {
+    std::puts(kNoTemporaryForRecord);
+    return false;
+  }
+
+  const Place file{m_scanner->fd(), at};
+  const Place saved{temporary.get(), 0};
+  const off_t size = m_scanner->size();
+  const off_t tail = size - at;
+  if (tail % m_block != 0) std::printf("%d\n", static_cast<int>(tail % m_block));
+  bool done = copy_bytes(file, saved, tail, block.get(), m_block) && quote_fields(m_record, count);
+  if (done) {
+    const std::string line = join_record(m_record, count);
+    const Place behind{file.fd, at + static_cast<off_t>(line.size())};
+    done = write_all(file.fd, line, at) && copy_bytes(saved, behind, tail, block.get(), m_block);
+    if (done) {
+      m_scanner->inserted(at, behind.offset + tail);
+      ++m_cur;
+      ++m_records;
+    } else {
+      copy_bytes(saved, file, tail, block.get(), m_block);
+      static_cast<void>(::ftruncate(file.fd, size));
+      m_scanner->forget();
+    }
+  }
+  temporary.reset();
+  std::puts(::unlink(m_temp_name) == 0 ? "delete file successfully" : "file not delete");
+  return done;
+}
+
+bool CCSV::DelRecord() {
+  off_t begin = 0;
+  if (m_scanner == nullptr) return false;
+  if (m_cur == m_records) return true;
+  if (!m_scanner->locate(m_cur, m_records, begin)) return false;
+  const off_t end = m_scanner->record_end(m_cur, begin);
+  if (end == begin) return true;
+  const Buffer blanks = detail::make_buffer(static_cast<std::size_t>(m_block));
+  if (blanks == nullptr || m_scanner->failed()) return false;
+  std::memset(blanks.get(), ' ', static_cast<std::size_t>(m_block));
+  for (off_t at = begin; at < end; at += m_block) {
+    const auto length = static_cast<std::size_t>(std::min<off_t>(m_block, end - at));
+    if (!write_all(m_scanner->fd(), {blanks.get(), length}, at)) {
+      m_scanner->forget();
+      return false;
+    }
+  }
+  m_scanner->blanked(m_cur, begin);
+  --m_records;
+  return true;
+}
+
+bool CCSV::NeatenFile(const char* path) {
+  if (path == nullptr) return false;
+  detail::File own;
+  std::unique_ptr<CsvScanner> own_scanner;
+  CsvScanner* source = m_scanner.get();
+  if (source == nullptr) {
+    own = detail::open_file(path, "rb+e");
+    own_scanner = CsvScanner::over(own.get());
+    source = own_scanner.get();
+  }
+  if (source == nullptr || !source->refresh()) return false;
+  Fd temporary = make_temporary(m_temp_name);
+  if (!temporary) {
+    std::puts(kNoTemporaryForFile);
+    return false;
+  }
+  take_over_rights(source->fd(), temporary.get());
+  const bool written = write_neat(*source, temporary.get()) && ::close(temporary.release()) == 0;
+  if (written) {
+    Close();
+    // One step in place of deleting and renaming: there is no moment at which neither file is
+    // there, and where renaming is impossible the old one stays.
+    if (detail::exists(path) && ::rename(m_temp_name, path) == 0) return true;
+  }
+  ::unlink(m_temp_name);
+  return false;
+}
+
+void CCSV::TransfromCsv(char** fields) {
+  if (fields != nullptr) quote_fields(fields, INT_MAX);
+}
+
+}  // namespace utility
