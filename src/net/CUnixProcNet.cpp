@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstdlib>
@@ -80,13 +81,26 @@ class RootSockets {
   InodeIndex index_;
 };
 
-void append_matches(int pid, const std::vector<unsigned long>& inodes, const InodeIndex& index,
-                    std::vector<ProcNetInfo>& out) {
+// A socket record and the process that holds it.
+struct Match {
+  int pid;
+  const NetInfo* net;
+};
+
+void find_matches(int pid, const std::vector<unsigned long>& inodes, const InodeIndex& index,
+                  std::vector<Match>& matches) {
   for (const unsigned long inode : inodes) {
-    index.for_each(inode, [&](const NetInfo& net) {
-      out.push_back({pid, net.local_port, net.remote_port, net.local_addr, net.remote_addr,
-                     net.protocol, net.state});
-    });
+    index.for_each(inode, [&](const NetInfo& net) { matches.push_back({pid, &net}); });
+  }
+}
+
+// Apart from the finding, so that the records, which are large, are laid down once in their place.
+void append_records(const std::vector<Match>& matches, std::vector<ProcNetInfo>& out) {
+  const std::size_t size = out.size() + matches.size();
+  if (size > out.capacity()) out.reserve(std::max(size, 2 * out.capacity()));
+  for (const auto& [pid, net] : matches) {
+    out.push_back({pid, net->local_port, net->remote_port, net->local_addr, net->remote_addr,
+                   net->protocol, net->state});
   }
 }
 
@@ -178,7 +192,9 @@ void CUnixProcNet::relation_proc_net(const char* pid, const std::vector<unsigned
                                      const std::vector<NetInfo>& nets,
                                      std::vector<ProcNetInfo>& out) {
   const int number = pid == nullptr ? 0 : static_cast<int>(std::strtol(pid, nullptr, 10));
-  append_matches(number, inodes, InodeIndex(nets), out);
+  std::vector<Match> matches;
+  find_matches(number, inodes, InodeIndex(nets), matches);
+  append_records(matches, out);
 }
 
 int CUnixProcNet::get_proc_net_info(std::vector<ProcNetInfo>& out) {
@@ -186,6 +202,7 @@ int CUnixProcNet::get_proc_net_info(std::vector<ProcNetInfo>& out) {
   if (!procs) return kCannotOpenDirectory;
 
   std::map<std::string, RootSockets> roots;
+  std::vector<Match> matches;
   std::vector<unsigned long> inodes;
   std::string root;
   while (procs.next()) {
@@ -198,8 +215,9 @@ int CUnixProcNet::get_proc_net_info(std::vector<ProcNetInfo>& out) {
         inodes);
     if (inodes.empty()) continue;
     if (read_link(procs.fd(), (name + "/root").c_str(), root) != 0) continue;
-    append_matches(procs.pid(), inodes, roots.try_emplace(root, root).first->second.index(), out);
+    find_matches(procs.pid(), inodes, roots.try_emplace(root, root).first->second.index(), matches);
   }
+  append_records(matches, out);
   return 0;
 }
 

@@ -2,7 +2,7 @@
 
 #include <arpa/inet.h>
 
-#include <algorithm>
+#include <charconv>
 
 namespace utility::detail {
 namespace {
@@ -63,6 +63,17 @@ class StrictScanner {
   const char* at_;
   bool fits_ = true;
 };
+
+// As inet_ntop has it, which formats through printf: a third of the time that a table takes.
+std::string ipv4_text(const unsigned char* bytes) {
+  std::array<char, 16> text;
+  char* end = text.data();
+  for (int i = 0; i < 4; ++i) {
+    if (i > 0) *end++ = '.';
+    end = std::to_chars(end, text.data() + text.size(), bytes[i]).ptr;
+  }
+  return {text.data(), end};
+}
 
 }  // namespace
 
@@ -134,10 +145,10 @@ bool scan_socket_line(int family, const char* line, SocketLine& socket) noexcept
 }
 
 std::string address_text(int family, const void* address) {
+  if (address == nullptr) return {};
+  if (family == AF_INET) return ipv4_text(static_cast<const unsigned char*>(address));
   std::array<char, 54> text{};
-  if (address == nullptr || ::inet_ntop(family, address, text.data(), text.size() - 1) == nullptr) {
-    return {};
-  }
+  if (::inet_ntop(family, address, text.data(), text.size() - 1) == nullptr) return {};
   return text.data();
 }
 
