@@ -1,0 +1,224 @@
+#include "utility/CUnixProcNet.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <cstdlib>
+#include <map>
+
+#include "base/dir_walk.h"
+#include "base/paths.h"
+#include "net/socket_table.h"
+
+namespace utility {
+namespace {
+
+using NetInfo = CUnixProcNet::NetInfo;
+using ProcNetInfo = CUnixProcNet::ProcNetInfo;
+
+constexpr char kListening[] = "LISTENING";
+constexpr std::size_t kPathLimit = 1024;
+
+constexpr int kNoDirectory = 1;
+constexpr int kNoSocket = 2;
+constexpr int kCannotOpenTable = 3;
+constexpr int kCannotOpenDirectory = 4;
+constexpr int kCannotReadLink = 5;
+constexpr int kNoV4Line = 6;
+constexpr int kNoV6Line = 7;
+
+// Finds socket records by inode, those of one inode in their own order. On a busy host there are
+// tens of thousands of records, and as many descriptors that ask for one.
+class InodeIndex {
+ public:
+  explicit InodeIndex(const std::vector<NetInfo>& nets)
+      : nets_(nets), heads_(nets.size() + 1, kEnd), next_(nets.size()) {
+    for (std::size_t i = nets.size();
+         i-- > 0;) {  // backwards, since each goes to its chain's front
+      std::size_t& head = heads_[chain(nets[i].inode)];
+      next_[i] = head;
+      head = i;
+    }
+  }
+
+  template <class Visit>
+  void for_each(unsigned long inode, Visit visit) const {
+    for (std::size_t i = heads_[chain(inode)]; i != kEnd; i = next_[i]) {
+      if (nets_[i].inode == inode) visit(nets_[i]);
+    }
+  }
+
+ private:
+  static constexpr std::size_t kEnd = static_cast<std::size_t>(-1);
+
+  std::size_t chain(unsigned long inode) const noexcept { return inode % heads_.size(); }
+
+  const std::vector<NetInfo>& nets_;
+  std::vector<std::size_t> heads_;
+  std::vector<std::size_t> next_;
+};
+
+// The sockets seen below one root directory.
+class RootSockets {
+ public:
+  explicit RootSockets(const std::string& root) : nets_(read(root)), index_(nets_) {}
+  RootSockets(const RootSockets&) = delete;
+  RootSockets& operator=(const RootSockets&) = delete;
+
+  const InodeIndex& index() const noexcept { return index_; }
+
+ private:
+  static std::vector<NetInfo> read(const std::string& root) {
+    std::vector<NetInfo> nets;
+    CUnixProcNet::get_net_info(root, nets);
+    return nets;
+  }
+
+  std::vector<NetInfo> nets_;
+  InodeIndex index_;
+};
+
+// A socket record and the process that holds it.
+struct Match {
+  int pid;
+  const NetInfo* net;
+};
+
+void find_matches(int pid, const std::vector<unsigned long>& inodes, const InodeIndex& index,
+                  std::vector<Match>& matches) {
+  for (const unsigned long inode : inodes) {
+    index.for_each(inode, [&](const NetInfo& net) { matches.push_back({pid, &net}); });
+  }
+}
+
+// Apart from the finding, so that the records, which are large, are laid down once in their place.
+void append_records(const std::vector<Match>& matches, std::vector<ProcNetInfo>& out) {
+  const std::size_t size = out.size() + matches.size();
+  if (size > out.capacity()) out.reserve(std::max(size, 2 * out.capacity()));
+  for (const auto& [pid, net] : matches) {
+    out.push_back({pid, net->local_port, net->remote_port, net->local_addr, net->remote_addr,
+                   net->protocol, net->state});
+  }
+}
+
+// `examine` gets an entry's name and fills its status, links followed; 0 on success.
+template <class Examine>
+void append_socket_inodes(detail::DirWalk& fds, Examine examine,
+                          std::vector<unsigned long>& inodes) {
+  while (const char* name = fds.next()) {
+    struct stat status {};
+    if (!CUnixProcNet::is_proc_info_dir(name) || examine(name, status) != 0) continue;
+    if (S_ISSOCK(status.st_mode)) inodes.push_back(status.st_ino);
+  }
+}
+
+int read_link(int dir, const char* path, std::string& target) {
+  if (detail::read_link_at(dir, path, kPathLimit, target)) return 0;
+  if (errno != EACCES) return kCannotReadLink;
+  target = "/";
+  return 0;
+}
+
+}  // namespace
+
+const char* CUnixProcNet::state2str(const unsigned int& state) {
+  return detail::state_text(state, kListening);
+}
+
+std::string CUnixProcNet::addr2str(int family, const void* address) {
+  return detail::address_text(family, address);
+}
+
+int CUnixProcNet::resolve_v4_data(const char* line, NetInfo& info) {
+  return detail::resolve_line(AF_INET, line, kListening, info) ? 0 : kNoV4Line;
+}
+
+int CUnixProcNet::resolve_v6_data(const char* line, NetInfo& info) {
+  return detail::resolve_line(AF_INET6, line, kListening, info) ? 0 : kNoV6Line;
+}
+
+void CUnixProcNet::init_net_file(const std::string& root, std::vector<NetResolve>& files) {
+  for (const detail::SocketFile& file : detail::kSocketFiles) {
+    std::string path = root == "/" ? file.path : root + file.path;
+    if (!detail::exists(path.c_str())) continue;
+    files.push_back({std::move(path), file.protocol,
+                     file.family == AF_INET ? resolve_v4_data : resolve_v6_data});
+  }
+}
+
+int CUnixProcNet::resolve_net_file(const NetResolve& row, std::vector<NetInfo>& infos) {
+  return detail::read_socket_file<detail::LineWithoutFeed>(row.file.c_str(), row, kCannotOpenTable,
+                                                           infos);
+}
+
+int CUnixProcNet::get_net_info(const std::string& root, std::vector<NetInfo>& infos) {
+  std::vector<NetResolve> files;
+  init_net_file(root, files);
+  for (const NetResolve& file : files) resolve_net_file(file, infos);
+  return 0;
+}
+
+bool CUnixProcNet::is_proc_info_dir(const char* name) {
+  return name != nullptr && detail::is_decimal(name);
+}
+
+std::string CUnixProcNet::make_proc_path(const char* base, const char* name, const char* sub) {
+  const char* dir = base == nullptr ? "/proc" : base;
+  std::string path = detail::join_path(dir, name == nullptr ? "" : name, kPathLimit);
+  return sub == nullptr ? path : detail::join_path(path.c_str(), sub, kPathLimit);
+}
+
+int CUnixProcNet::get_link_src(const char* path, std::string& target) {
+  return read_link(AT_FDCWD, path, target);
+}
+
+int CUnixProcNet::get_proc_socket_inodes(const char* fd_dir, std::vector<unsigned long>& inodes) {
+  if (fd_dir == nullptr) return kNoDirectory;
+  detail::DirWalk fds(fd_dir);
+  if (!fds) return kCannotOpenDirectory;
+  append_socket_inodes(
+      fds,
+      [fd_dir](const char* name, struct stat& status) {
+        return ::stat(make_proc_path(fd_dir, name, nullptr).c_str(), &status);
+      },
+      inodes);
+  return inodes.empty() ? kNoSocket : 0;
+}
+
+void CUnixProcNet::relation_proc_net(const char* pid, const std::vector<unsigned long>& inodes,
+                                     const std::vector<NetInfo>& nets,
+                                     std::vector<ProcNetInfo>& out) {
+  const int number = pid == nullptr ? 0 : static_cast<int>(std::strtol(pid, nullptr, 10));
+  std::vector<Match> matches;
+  find_matches(number, inodes, InodeIndex(nets), matches);
+  append_records(matches, out);
+}
+
+int CUnixProcNet::get_proc_net_info(std::vector<ProcNetInfo>& out) {
+  detail::ProcWalk procs(detail::is_decimal);
+  if (!procs) return kCannotOpenDirectory;
+
+  std::map<std::string, RootSockets> roots;
+  std::vector<Match> matches;
+  std::vector<unsigned long> inodes;
+  std::string root;
+  while (procs.next()) {
+    const std::string name = procs.name();
+    detail::DirWalk fds(procs.fd(), (name + "/fd").c_str());
+    inodes.clear();
+    append_socket_inodes(
+        fds,
+        [&fds](const char* fd, struct stat& status) { return ::fstatat(fds.fd(), fd, &status, 0); },
+        inodes);
+    if (inodes.empty()) continue;
+    if (read_link(procs.fd(), (name + "/root").c_str(), root) != 0) continue;
+    find_matches(procs.pid(), inodes, roots.try_emplace(root, root).first->second.index(), matches);
+  }
+  append_records(matches, out);
+  return 0;
+}
+
+}  // namespace utility

@@ -1,0 +1,333 @@
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+#include <random>
+#include <regex>
+#include <sstream>
+
+#include "net/socket_table.h"
+#include "support/alloc_fault.h"
+#include "support/sandbox.h"
+#include "support/temp_dir.h"
+#include "utility/CNetInfo.h"
+#include "utility/CUnixNetlink.h"
+#include "utility/CUnixProcNet.h"
+
+using namespace utility;
+
+namespace {
+
+using Texts = std::vector<std::string>;
+
+// A line as the kernel writes it.
+std::string kernel_line(bool v4, int port) {
+  char hex[8];
+  std::snprintf(hex, sizeof hex, ":%04X ", static_cast<unsigned>(port));
+  return (v4 ? "   0: 0100007F" : "   0: B80D0120000000000000000001000000") + std::string(hex) +
+         (v4 ? "00000000:0000 0A" : "0000000000000000FFFF00000100007F:01BB 01") +
+         " 00000000:00000000 00:00000000 00000000     0        0 " + (v4 ? "12345" : "4294967295") +
+         " 1 0000000000000000 100 0 0 10 0\n";
+}
+
+// Any of the records as "protocol local:port remote:port state".
+template <class Record>
+std::string text(const Record& r) {
+  std::ostringstream text;
+  text << r.protocol << ' ' << r.local_addr << ':' << r.local_port << ' ' << r.remote_addr << ':'
+       << r.remote_port << ' ' << r.state;
+  return text.str();
+}
+template <class Class, class Record>
+void check_line(const std::string& line, bool v4, const std::string& expected, unsigned inode,
+                int failure) {
+  Record record{};
+  record.protocol = record.state = "kept";
+  record.inode = 5;
+  const std::string before = text(record);
+  const auto resolve = v4 ? Class::resolve_v4_data : Class::resolve_v6_data;
+  EXPECT_EQ(resolve(line.c_str(), record), expected.empty() ? failure : 0);
+  EXPECT_EQ(text(record), expected.empty() ? before : "kept " + expected);
+  EXPECT_EQ(record.inode, static_cast<decltype(record.inode)>(inode));
+}
+
+TEST(SocketLine, IsReadByTheThreeClasses) {
+  const struct {
+    const char* sentence;
+    bool v4;
+    std::string line, expected;  // as CUnixNetlink has it; empty where the line is none
+    unsigned inode;
+  } rows[] = {
+      {"a listener", true, kernel_line(true, 22), "127.0.0.1:22 0.0.0.0:0 LISTEN", 12345},
+      {"an IPv6 pair, the peer mapped, the inode beyond 31 bits", false, kernel_line(false, 80),
+       "2001:db8::1:80 ::ffff:127.0.0.1:443 ESTABLISHED", 4294967295U},
+      {"lower case, tabs, prefixes, a high digit too much, a state without a name", true,
+       "\t-7:\t10100007f:0xffff ff:1 0C 0:0 0:0 0\t-1 0 -2junk",
+       "127.0.0.1:65535 255.0.0.0:1 UNKNOWN", 4294967294U},
+      {"IPv6 words that are no eight digits", false, "1: 0000:1 0:0 01 0:0 0:0 0 0 0 1", "", 5},
+      {"one column too few", true, "0: 0100007F:0016 0:0 0A 0:0 0:0 0 0 0", "", 5},
+      {"one column too few, IPv6", false, kernel_line(false, 80).substr(0, 139), "", 5},
+      {"a timer that is not decimal", true, "0: 0:0 0:0 0A 0:0 0A:0 0 0 0 1", "", 5}};
+  for (const auto& [sentence, v4, line, expected, inode] : rows) {
+    SCOPED_TRACE(sentence);
+    const std::string display = std::regex_replace(expected, std::regex(":0 "), ":* ");
+    const std::string procnet = std::regex_replace(expected, std::regex("LISTEN"), "LISTENING");
+    check_line<CNetInfo, CNetInfo::NetLinkInfo>(line, v4, display, inode, -1);
+    check_line<CUnixNetlink, CUnixNetlink::NetLinkInfo>(line, v4, expected, inode, v4 ? 1 : 2);
+    check_line<CUnixProcNet, CUnixProcNet::NetInfo>(line, v4, procnet, inode, v4 ? 6 : 7);
+  }
+}
+
+TEST(SocketLine, StatesHaveTheirNames) {
+  const char* names[] = {"UNKNOWN",   "ESTABLISHED", "SYN_SENT", "SYN_RECV",   "FIN_WAIT1",
+                         "FIN_WAIT2", "TIME_WAIT",   "CLOSE",    "CLOSE_WAIT", "LAST_ACK",
+                         "LISTEN",    "CLOSING",     "UNKNOWN"};
+  for (unsigned state = 0; state < std::size(names); ++state) {
+    EXPECT_STREQ(CNetInfo::state2str(state), names[state]);
+    EXPECT_STREQ(CUnixNetlink::state2str(state), names[state]);
+    EXPECT_STREQ(CUnixProcNet::state2str(state), state == 10 ? "LISTENING" : names[state]);
+  }
+}
+
+// What is done by hand for speed, against the C library's own.
+TEST(SocketLine, FastPathsAgreeWithTheirDefinitions) {
+  std::mt19937 random(20240607);
+  const std::string bytes = "0123456789ABCDEFabcdefx:- \t\n+";
+  int strict = 0;
+  for (int round = 0; round < 40000; ++round) {
+    const int family = round % 2 == 0 ? AF_INET : AF_INET6;
+    std::string line = kernel_line(family == AF_INET, round);
+    for (unsigned left = random() % 4; left > 0; --left) {
+      const std::size_t at = random() % (line.size() + 1);
+      line.replace(at, random() % 4, random() % 12, bytes[random() % bytes.size()]);
+      if (random() % 16 == 0) line.resize(at);
+    }
+    detail::SocketLine quick{};
+    detail::SocketLine defined{};
+    if (detail::scan_kernel_layout(family, line.c_str(), quick)) {
+      ++strict;
+      ASSERT_TRUE(detail::scan_by_format(family, line.c_str(), defined)) << line;
+      ASSERT_EQ(std::memcmp(&quick, &defined, sizeof quick), 0) << line;
+    }
+    const in_addr address{static_cast<in_addr_t>(random() >> random() % 32)};
+    ASSERT_EQ(CNetInfo::addr2str(AF_INET, &address), ::inet_ntoa(address));
+  }
+  EXPECT_GT(strict, 10000) << "untouched lines, at least, are for the strict scanner";
+  for (const auto addr2str : {CNetInfo::addr2str, CUnixNetlink::addr2str, CUnixProcNet::addr2str}) {
+    EXPECT_EQ(addr2str(AF_INET6, &in6addr_loopback) + addr2str(AF_UNIX, "none"), "::1");
+  }
+}
+
+Texts g_lines;
+template <class Record>
+int note_line(const char* line, Record& record) {
+  EXPECT_EQ(record.local_addr + record.protocol, "") << "fresh for each line";
+  g_lines.push_back(record.local_addr = line);
+  return g_lines.back() == "last" ? 0 : 1;
+}
+
+template <class Row, class Record>
+void check_file(int (*read)(const Row&, std::vector<Record>&), const std::string& file,
+                const Texts& lines, int failure) {
+  std::vector<Record> records;
+  EXPECT_EQ(read({file.c_str(), "word", note_line}, records), 0);
+  EXPECT_EQ(std::exchange(g_lines, {}), lines);
+  EXPECT_EQ(read({"/none", "word", note_line}, records), failure);
+  const AllocFault no_line_buffer(0);
+  EXPECT_EQ(read({file.c_str(), "word", note_line}, records), failure);
+  ASSERT_EQ(records.size(), 1U);
+  EXPECT_EQ(records[0].protocol + records[0].local_addr, "wordlast");
+}
+
+TEST(SocketTable, IsCutIntoLines) {
+  const std::string x(1024, 'x');
+  const TempDir dir;
+  const std::string file =
+      dir.write("table", std::string(1030, 'h') + "\n  a \r\n" + x + "xx\n" +
+                             std::string("nul\0hidden\n", 11) + x.substr(1) + "\n\nlast");
+  const Texts whole{"hhhhhh", "  a \r", x, "xx", "nul", x.substr(1), "", "last"};
+  const Texts trimmed{"hhhhhh", "a", x, "xx", "nul", x.substr(1), "", "last"};
+  check_file(CNetInfo::resolve_netlink_file, file, trimmed, -1);
+  check_file(CUnixNetlink::resolve_netlink_file, file, trimmed, 3);
+  check_file(CUnixProcNet::resolve_net_file, file, whole, 3);
+}
+
+// What a reading of all tables gives: "protocol:port " for each socket, and the result.
+template <class Record>
+std::string read_all(int (*get)(std::vector<Record>&), std::vector<Record> records = {}) {
+  const int result = get(records);
+  std::ostringstream text;
+  for (const Record& r : records) text << r.protocol << ':' << r.local_port << ' ';
+  return text.str() + std::to_string(result);
+}
+TEST(SocketTable, AllAreReadInTheirOrder) {
+  sandbox::run([] {
+    const std::string net = sandbox::scratch() + "/proc/net/";
+    const std::string tables = "tcp:1 tcp:2 tcp6:3 udp:4 udp:5 udp6:6 0";
+    const char* names[] = {"tcp", "tcp4", "tcp6", "udp", "udp4", "udp6"};
+    for (int i = 5; i >= 0; --i) {
+      sandbox::write_file(net + names[i], "header\n" + kernel_line(i % 3 != 2, i + 1));
+    }
+    const auto below = [](auto& nets) {
+      return CUnixProcNet::get_net_info(sandbox::scratch(), nets);
+    };
+    sandbox::bind_path(net, "/proc/self/net");
+    EXPECT_EQ(read_all(CNetInfo::get_all_netlink_info), tables);
+    EXPECT_EQ(read_all(CUnixNetlink::get_all_netlink_infos), tables);
+    EXPECT_EQ(read_all<CUnixProcNet::NetInfo>(below), tables);
+    std::vector<CUnixProcNet::NetResolve> files;
+    for (const char* from : {"", "/", "//"}) CUnixProcNet::init_net_file(from, files);
+    EXPECT_EQ(files.at(2).file + files.at(8).file, "/proc/net/tcp6/proc/net/tcp6");
+    EXPECT_EQ(files.at(14).file, "///proc/net/tcp6");
+
+    // A file that exists and cannot be opened, even by root.
+    std::filesystem::remove(net + "tcp6");
+    ASSERT_EQ(::mknod((net + "tcp6").c_str(), S_IFSOCK | 0600, 0), 0);
+    EXPECT_EQ(read_all(CNetInfo::get_all_netlink_info), "tcp:1 tcp:2 udp:4 udp:5 udp6:6 0");
+    EXPECT_EQ(read_all(CUnixNetlink::get_all_netlink_infos), "tcp:1 tcp:2 3");
+    EXPECT_EQ(read_all<CUnixProcNet::NetInfo>(below), "tcp:1 tcp:2 udp:4 udp:5 udp6:6 0");
+
+    for (const char* name : names) std::filesystem::remove(net + name);
+    EXPECT_EQ(read_all(CNetInfo::get_all_netlink_info), "16");
+    EXPECT_EQ(read_all(CNetInfo::get_all_netlink_info, {{}}), ": 0") << "filled before the call";
+    EXPECT_EQ(read_all(CUnixNetlink::get_all_netlink_infos), "0");
+  });
+}
+
+// Opens a socket, listening if it is one that can, and gives its port, which the kernel chose.
+std::string open_socket(int family, int type, int& fd) {
+  sockaddr_in6 address{};  // has its family and its port where IPv4 has them
+  address.sin6_family = static_cast<sa_family_t>(family);
+  socklen_t size = sizeof address;
+  auto* name = reinterpret_cast<sockaddr*>(&address);
+  fd = ::socket(family, type | SOCK_CLOEXEC, 0);
+  EXPECT_EQ(::bind(fd, name, size), 0);
+  EXPECT_EQ(type == SOCK_STREAM ? ::listen(fd, 4) : 0, 0);
+  EXPECT_EQ(::getsockname(fd, name, &size), 0);
+  return std::to_string(ntohs(address.sin6_port));
+}
+
+Texts texts(const std::vector<CUnixProcNet::ProcNetInfo>& held) {
+  Texts all;
+  for (const auto& record : held) all.push_back(std::to_string(record.pid) + " " + text(record));
+  return all;
+}
+
+Texts held_sockets(int result = 0) {
+  std::vector<CUnixProcNet::ProcNetInfo> held;
+  EXPECT_EQ(CUnixProcNet::get_proc_net_info(held), result);
+  return texts(held);
+}
+
+TEST(ProcNet, ReadsRealSocketsAndTheirHolder) {
+  sandbox::run([] {
+    std::vector<unsigned long> inodes;
+    EXPECT_EQ(CUnixProcNet::get_proc_socket_inodes(nullptr, inodes), 1);
+    EXPECT_EQ(CUnixProcNet::get_proc_socket_inodes("/proc/self/fd", inodes), 2);
+    EXPECT_EQ(CUnixProcNet::get_proc_socket_inodes("/proc/self/none", inodes), 4);
+
+    int listener = 0;
+    const std::string port = open_socket(AF_INET, SOCK_STREAM, listener);
+    const int client = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{AF_INET, htons(static_cast<in_port_t>(std::stoi(port))), {}, {}};
+    auto* name = reinterpret_cast<sockaddr*>(&address);
+    socklen_t size = sizeof address;
+    ASSERT_EQ(::connect(client, name, size), 0);
+    ASSERT_GE(::accept4(listener, name, &size, SOCK_CLOEXEC), 0);
+    const std::string here = " 127.0.0.1:" + port;
+    const std::string there = " 127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+    const std::string us = std::to_string(::getpid());
+    int other = 0;
+    const Texts expected{
+        us + " tcp 0.0.0.0:" + port + " 0.0.0.0:0 LISTENING",
+        us + " tcp" + there + here + " ESTABLISHED",
+        us + " tcp" + here + there + " ESTABLISHED",
+        us + " tcp6 :::" + open_socket(AF_INET6, SOCK_STREAM, other) + " :::0 LISTENING",
+        us + " udp6 :::" + open_socket(AF_INET6, SOCK_DGRAM, other) + " :::0 CLOSE",
+        us + " udp 0.0.0.0:" + open_socket(AF_INET, SOCK_DGRAM, other) + " 0.0.0.0:0 CLOSE"};
+    EXPECT_EQ(held_sockets(), expected) << "in descriptor order, which is that of opening";
+
+    EXPECT_EQ(CUnixProcNet::get_proc_socket_inodes("/proc/self/fd", inodes), 0);
+    EXPECT_EQ(inodes.size(), expected.size());
+    EXPECT_EQ(CUnixProcNet::get_proc_socket_inodes("/proc/self/net", inodes), 0) << "from before";
+  });
+}
+
+// Starts a process that holds a socket below `root` until the sandbox ends.
+std::string start_listener(const std::string& root) {
+  int socket = 0;
+  const std::string port = open_socket(AF_INET, SOCK_STREAM, socket);
+  const int pid = ::fork();
+  if (pid == 0) ::_exit(::chroot(root.c_str()) == 0 ? ::raise(SIGSTOP) : 1);
+  int status = 0;
+  EXPECT_TRUE(::waitpid(pid, &status, WUNTRACED) == pid && WIFSTOPPED(status)) << root;
+  ::close(socket);
+  return std::to_string(pid) + " tcp 0.0.0.0:" + port + " 0.0.0.0:0 LISTENING";
+}
+
+void check_roots() {
+  const std::string jail = sandbox::scratch() + "/jail";
+  for (const char* dir : {"/proc", "/none"}) std::filesystem::create_directories(jail + dir);
+  ASSERT_EQ(::mount("proc", (jail + "/proc").c_str(), "proc", 0, nullptr), 0);
+  start_listener(sandbox::scratch());  // no /proc there: never reported
+  const std::string free = start_listener("/");
+  const std::string jailed = start_listener(jail);
+  EXPECT_EQ(held_sockets(), (Texts{free, jailed}));
+
+  // With nothing in our own tables the jailed process is still seen through its own.
+  sandbox::write_file(jail + "/tables/udp", sandbox::read_file("/proc/net/tcp"));
+  sandbox::bind_path(jail + "/none", "/proc/self/net");
+  sandbox::bind_path(jail + "/tables", jail + "/proc/self/net");
+  EXPECT_EQ(held_sockets(), Texts{std::regex_replace(jailed, std::regex("tcp"), "udp")});
+
+  std::string target = "before";
+  EXPECT_EQ(CUnixProcNet::get_link_src("/proc/1/status", target), 5);
+  EXPECT_EQ(target, "before");
+  EXPECT_EQ(CUnixProcNet::get_link_src("/proc/self", target), 0);
+  EXPECT_EQ(target, std::to_string(::getpid()));
+  ASSERT_EQ(::seteuid(65534), 0);
+  EXPECT_EQ(CUnixProcNet::get_link_src("/proc/1/root", target), 0);
+  EXPECT_EQ(target, "/") << "permission denied counts as the host's root";
+  EXPECT_EQ(held_sockets(), Texts{}) << "root's processes are passed over";
+  ASSERT_EQ(::seteuid(0) + ::chroot("/etc"), 0);
+  EXPECT_EQ(held_sockets(4), Texts{}) << "no /proc at all";
+}
+
+TEST(ProcNet, MatchesEachProcessAgainstTheTablesOfItsRoot) {
+  sandbox::run(check_roots, {120, false});  // no leak check where /proc is out of sight
+}
+
+TEST(ProcNet, FormsPaths) {
+  EXPECT_TRUE(CUnixProcNet::is_proc_info_dir("0123456789") && CUnixProcNet::is_proc_info_dir(""));
+  EXPECT_FALSE(CUnixProcNet::is_proc_info_dir("self") || CUnixProcNet::is_proc_info_dir("1a"));
+  EXPECT_EQ(CUnixProcNet::make_proc_path(nullptr, "42", nullptr), "/proc/42");
+  for (std::size_t size = 1018; size < 1028; ++size) {
+    const std::string base(size, 'b');
+    EXPECT_EQ(CUnixProcNet::make_proc_path(base.c_str(), "n", "s"),
+              (base + "/n/s").substr(0, 1024));
+  }
+}
+
+TEST(ProcNet, MatchesInDescriptorThenTableOrder) {
+  std::mt19937 random(3);
+  std::vector<CUnixProcNet::NetInfo> nets(500);
+  for (auto& net : nets) net = {random() % 300, unsigned(random()), 2, "l", "r", "p", "s"};
+  std::vector<unsigned long> inodes(400);
+  Texts expected;
+  for (auto& inode : inodes) {
+    inode = random() % 1500;
+    for (const auto& net : nets) {
+      if (net.inode == inode) expected.push_back("17 " + text(net));
+    }
+  }
+  std::vector<CUnixProcNet::ProcNetInfo> out;
+  CUnixProcNet::relation_proc_net("17x", inodes, nets, out);
+  EXPECT_EQ(texts(out), expected);
+}
+
+}  // namespace
