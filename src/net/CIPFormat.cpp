@@ -81,8 +81,8 @@ class Groups {
   }
 
   void pack(unsigned int* words) const noexcept {
-    for (int i = 0; i < kWords; ++i) {
-      words[i] = (unsigned{groups_[2 * i]} << 16) | groups_[2 * i + 1];
+    for (const std::uint16_t* group = groups_; group != groups_ + kGroups; group += 2) {
+      *words++ = unsigned{group[0]} << 16 | group[1];
     }
   }
 

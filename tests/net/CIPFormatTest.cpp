@@ -55,8 +55,6 @@ TEST(CIPFormat, ReadsFieldsLeniently) {
 }
 
 TEST(CIPFormat, BringsAddressesToTheFullForm) {
-  std::string endless = "1";
-  for (int i = 0; i < 5000; ++i) endless += ":1";
   expect(full_form,
          {{"0: 0000:0000:0000:0000:0000:FFFF:C0A8:0101", {"192.168.1.1", "::ffff:192.168.1.1"}},
           {"0: 0102:0304:0000:0000:0000:0000:0000:0000", {"1.2.3.4::", " 1\v02\t:\n3\f04\r::"}},
@@ -64,7 +62,7 @@ TEST(CIPFormat, BringsAddressesToTheFullForm) {
            {":1:2:3:4:5:6:7:8", "1:2:3:4:5:6:7:8:", ":1:2:3:4::5:6:7:8", "1:2:3:4:5:6:0.7.0.8/24"}},
           {"1: untouched",
            {"1::2::3", "1:2:3:4:5:6:7", "1:2:3:4:5:6:7:8:9", "1:2:3:4:5:6:7:1.2.3.4", "12345::1",
-            ":1:2:3:4::5:6:7:8:", "::g", "1.2.3", "", ":", ":::", endless,
+            ":1:2:3:4::5:6:7:8:", "::g", "1.2.3", "", ":", ":::", std::string(5000, '1'),
             std::string(125, ' ') + "::1"}}});
   unsigned words[4] = {1, 2, 3, 4};
   EXPECT_EQ(format.ipv6_to_i("1:2:3::4::5", 128, words), 0);
@@ -134,33 +132,28 @@ TEST(CBigInt, OrdersByLengthThenDigits) {
 }
 
 TEST(IPRanges, MatchInDecimalTextOrder) {
-  struct Row {
-    const char* expression;
-    const char* record;
-    Texts inside;
-    Texts outside;
-  };
-  for (const Row& row :
+  using Row = std::tuple<const char*, const char*, Texts, Texts>;
+  for (const auto& [expression, record, inside, outside] :
        {// A single address also matches what its decimal text begins with: 1.0.0.0 here.
         Row{"10.0.0.1", "0065535167772161", {"10.0.0.1", "1.0.0.0"}, {"10.0.0.2", "", "1.2"}},
-        {"1.0.0.0", "006553516777216", {"1.0.0.0"}, {"10.0.0.1"}},
-        {"10.0.0.0/8", "0065535167772160", {"10.0.0.0"}, {"10.0.0.1"}},
-        {"9.9.9.9-9.9.9.9", "0065535151587081", {"9.9.9.9"}, {"9.9.9.8"}},
-        {"1.0.0.0 - 10.0.0.0",
-         "006553516777216-0065535167772160",
-         {"1.0.0.0", "::ffff:9.9.9.9", "10.0.0.0"},
-         {"0.9.9.9", "10.0.0.1"}},
-        {"10.0.0.0-1.0.0.0", "0065535167772160-006553516777216", {}, {"1.0.0.0", "5.5.5.5"}},
+        Row{"1.0.0.0", "006553516777216", {"1.0.0.0"}, {"10.0.0.1"}},
+        Row{"10.0.0.0/8", "0065535167772160", {"10.0.0.0"}, {"10.0.0.1"}},
+        Row{"9.9.9.9-9.9.9.9", "0065535151587081", {"9.9.9.9"}, {"9.9.9.8"}},
+        Row{"1.0.0.0 - 10.0.0.0",
+            "006553516777216-0065535167772160",
+            {"1.0.0.0", "::ffff:9.9.9.9", "10.0.0.0"},
+            {"0.9.9.9", "10.0.0.1"}},
+        Row{"10.0.0.0-1.0.0.0", "0065535167772160-006553516777216", {}, {"1.0.0.0", "5.5.5.5"}},
         // 0:1:: has the words 1, 0, 0, 0: a short text, though a large number.
-        {"::1-::ffff:0.0.0.2", "0001-00655352", {"::1", "0:1::"}, {"::", "::ffff:0.0.0.3"}}}) {
-    SCOPED_TRACE(row.expression);
+        Row{"::1-::ffff:0.0.0.2", "0001-00655352", {"::1", "0:1::"}, {"::", "::ffff:0.0.0.3"}}}) {
+    SCOPED_TRACE(expression);
     std::vector<IPRangeExpress> ranges(1);
-    format.add_ip_to_range(row.expression, ranges);
+    format.add_ip_to_range(expression, ranges);
     ASSERT_EQ(ranges.size(), 2U);
     const std::string end = ranges[1].is_single == 1 ? "" : "-";
-    EXPECT_EQ(ranges[1].begin_text + end + ranges[1].end_text, row.record);
-    for (const auto& ip : row.inside) EXPECT_TRUE(format.is_ip_in_range(ip.c_str(), ranges));
-    for (const auto& ip : row.outside) EXPECT_FALSE(format.is_ip_in_range(ip.c_str(), ranges));
+    EXPECT_EQ(ranges[1].begin_text + end + ranges[1].end_text, record);
+    for (const auto& ip : inside) EXPECT_TRUE(format.is_ip_in_range(ip.c_str(), ranges));
+    for (const auto& ip : outside) EXPECT_FALSE(format.is_ip_in_range(ip.c_str(), ranges));
   }
   std::vector<IPRangeExpress> none;
   for (const char* expression : {"", "-", "10.0.0.1-", "-10.0.0.1", "192.168.100.0/24",
