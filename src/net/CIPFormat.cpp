@@ -1,0 +1,342 @@
+#include "utility/CIPFormat.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "base/handles.h"
+
+unsigned int ipv6_ntohl(unsigned int value) {
+  return __builtin_bswap32(value);
+}
+
+namespace utility {
+namespace {
+
+constexpr int kGroups = 8;
+constexpr int kGroupBits = 16;
+constexpr int kWords = 4;
+constexpr std::size_t kGroupDigits = 4;
+constexpr std::size_t kDottedMin = sizeof "0.0.0.0" - 1;
+constexpr std::size_t kDottedMax = sizeof "255.255.255.255" - 1;
+constexpr std::size_t kFullForm = kGroups * (kGroupDigits + 1);  // colons and the NUL
+
+// Dotted fields take fifteen characters for two groups, so the longest text that can parse is
+// ":" and four of them with single colons, one "::" and a ":" at the end: 66 characters.
+constexpr std::size_t kTextMax = 127;
+
+enum Field { kInvalid = -1, kHexGroup = 0, kEmpty = 1, kDotted = 2 };
+
+bool is_white_space(char c) noexcept {
+  return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+bool is_digit(char c) noexcept {
+  return c >= '0' && c <= '9';
+}
+
+bool is_hex_digit(char c) noexcept {
+  return is_digit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+}
+
+// A field as "%x" reads it: blanks, sign and "0x" are taken, what is no number is 0.
+unsigned int read_hex(const char* field) noexcept {
+  return field != nullptr ? static_cast<unsigned int>(std::strtoul(field, nullptr, 16)) : 0;
+}
+
+// The groups of an IPv6 text while its fields are read from left to right.
+class Groups {
+ public:
+  explicit Groups(int wanted) noexcept : wanted_(wanted) {}
+
+  bool add_group(std::uint16_t group) noexcept {
+    if (count_ >= wanted_) return false;
+    groups_[count_++] = group;
+    return true;
+  }
+
+  bool add_dotted(unsigned int value) noexcept {
+    if (count_ > wanted_ - 2) return false;
+    groups_[count_++] = static_cast<std::uint16_t>(value >> 16);
+    groups_[count_++] = static_cast<std::uint16_t>(value);
+    return true;
+  }
+
+  // Notes a "::"; a text may hold one.
+  bool mark_zeros() noexcept {
+    if (zeros_at_ >= 0) return false;
+    zeros_at_ = count_;
+    return true;
+  }
+
+  // Fills up with zeros where the "::" stood; false when groups are missing and there was none.
+  bool complete() noexcept {
+    if (count_ == wanted_) return true;
+    if (zeros_at_ < 0) return false;
+    const int moved = count_ - zeros_at_;
+    for (int i = 1; i <= moved; ++i) groups_[wanted_ - i] = groups_[count_ - i];
+    for (int i = zeros_at_; i < wanted_ - moved; ++i) groups_[i] = 0;
+    return true;
+  }
+
+  void pack(unsigned int* words) const noexcept {
+    for (const std::uint16_t* group = groups_; group != groups_ + kGroups; group += 2) {
+      *words++ = unsigned{group[0]} << 16 | group[1];
+    }
+  }
+
+ private:
+  int wanted_;
+  int count_ = 0;
+  int zeros_at_ = -1;
+  std::uint16_t groups_[kGroups] = {};
+};
+
+// Takes one field that is not an empty one at either end.
+bool take_field(CIPFormat& format, const char* field, Groups& groups) {
+  switch (format.ipv6_address_field_type_get(field)) {
+    case kEmpty:
+      return groups.mark_zeros();
+    case kHexGroup:
+      return groups.add_group(static_cast<std::uint16_t>(read_hex(field)));
+    case kDotted:
+      return groups.add_dotted(format.ipv4_str_to_uint(field));
+    default:
+      return false;
+  }
+}
+
+// A run of zero groups; it begins at -1 while there is none.
+struct ZeroRun {
+  int begin = -1;
+  int length = 0;
+};
+
+// Splits `text` into `slots`, fields cut to the slot's four characters, and returns the run of
+// zeros to shorten. A run counts only when another field follows it.
+ZeroRun fill_slots(CIPFormat& format, char* text, char (&slots)[kGroups][kGroupDigits + 1]) {
+  ZeroRun best{0, 0};
+  ZeroRun run;
+  char* rest = nullptr;
+  char* field = ::strtok_r(text, ":", &rest);
+  for (int k = 0; k < kGroups && field != nullptr; ++k) {
+    if (format.is_zero_area(field)) {
+      slots[k][0] = '0';
+      if (run.begin < 0) run.begin = k;
+      ++run.length;
+    } else {
+      std::memcpy(slots[k], field, ::strnlen(field, kGroupDigits));
+      if (best.length == 0 || run.length > best.length) best = run;
+      run = ZeroRun{};
+    }
+    field = ::strtok_r(nullptr, ":", &rest);
+  }
+  return best;
+}
+
+}  // namespace
+
+CIPFormat* CIPFormat::instance() {
+  static CIPFormat ins;
+  return &ins;
+}
+
+int CIPFormat::ipv4_to_i(const char* text, unsigned int* value) {
+  if (text == nullptr || value == nullptr) return 0;
+  unsigned int address = 0;
+  int shift = 24;
+  const char* part = text;
+  for (const char* at = text; shift >= 0; ++at) {
+    if (is_digit(*at) || *at == '/') continue;
+    if (*at != '.' && *at != '\0') return 0;
+    // A long, so that a part of any length is too great rather than wrapped.
+    const long number = std::strtol(part, nullptr, 10);
+    if (number > 255) return 0;
+    address |= static_cast<unsigned int>(number) << shift;
+    if (*at == '\0') break;
+    shift -= 8;
+    part = at + 1;
+  }
+  *value = address;
+  return 1;
+}
+
+unsigned int CIPFormat::ipv4_str_to_uint(const char* text) {
+  unsigned int value = 0;
+  ipv4_to_i(text, &value);
+  return value;
+}
+
+int CIPFormat::ipv4_to_str(char* buffer, unsigned int value) {
+  if (buffer == nullptr) return 0;
+  return std::snprintf(buffer, kDottedMax + 1, "%d.%d.%d.%d", static_cast<int>(value >> 24),
+                       static_cast<int>(value >> 16 & 0xFF), static_cast<int>(value >> 8 & 0xFF),
+                       static_cast<int>(value & 0xFF));
+}
+
+std::string CIPFormat::ipv4_uint_to_str(const unsigned int& value) {
+  char buffer[kDottedMax + 1] = {};
+  ipv4_to_str(buffer, value);
+  return buffer;
+}
+
+int CIPFormat::ipv6_address_field_type_get(const char* field) {
+  if (field == nullptr) return kInvalid;
+  const std::size_t length = ::strnlen(field, kDottedMax + 1);
+  if (length == 0) return kEmpty;
+  if (length <= kGroupDigits) {
+    for (const char* at = field; *at != '\0'; ++at) {
+      if (!is_hex_digit(*at)) return kInvalid;
+    }
+    return kHexGroup;
+  }
+  unsigned int ignored = 0;
+  const bool fits = length >= kDottedMin && length <= kDottedMax;
+  return fits && ipv4_to_i(field, &ignored) == 1 ? kDotted : kInvalid;
+}
+
+int CIPFormat::ipv6_to_i(const char* text, int bits, unsigned int* words) {
+  const int wanted = bits / kGroupBits;
+  if (text == nullptr || words == nullptr || wanted < 1 || wanted > kGroups) return 0;
+  const std::size_t length = ::strnlen(text, kTextMax + 1);
+  if (length > kTextMax) return 0;
+  char copy[kTextMax + 1];
+  std::memcpy(copy, text, length);
+  copy[length] = '\0';
+  string_white_space_trim(copy);
+  if (string_char_count(copy, ':') + 1 > wanted + 2) return 0;
+
+  Groups groups(wanted);
+  for (char* field = copy; field != nullptr;) {
+    char* colon = std::strchr(field, ':');
+    if (colon != nullptr) *colon = '\0';
+    const bool at_end = field == copy || colon == nullptr;
+    const bool skipped = at_end && *field == '\0';
+    if (!skipped && !take_field(*this, field, groups)) return 0;
+    field = colon != nullptr ? colon + 1 : nullptr;
+  }
+  if (!groups.complete()) return 0;
+  groups.pack(words);
+  return 1;
+}
+
+void CIPFormat::ipv6_to_str(char* buffer, unsigned int* words) {
+  if (buffer == nullptr || words == nullptr) return;
+  unsigned int groups[kGroups];
+  for (int i = 0; i < kGroups; ++i) groups[i] = words[i / 2] >> (i % 2 == 0 ? 16 : 0) & 0xFFFF;
+  std::snprintf(buffer, kFullForm, "%04X:%04X:%04X:%04X:%04X:%04X:%04X:%04X", groups[0], groups[1],
+                groups[2], groups[3], groups[4], groups[5], groups[6], groups[7]);
+}
+
+void CIPFormat::ipv6_str_to_uint8_array(const char* text, unsigned char* bytes) {
+  if (bytes == nullptr) return;
+  unsigned int words[kWords] = {};
+  ipv6_to_i(text, kGroups * kGroupBits, words);
+  for (unsigned int& word : words) word = ipv6_ntohl(word);
+  std::memcpy(bytes, words, sizeof words);
+}
+
+std::string CIPFormat::ipv6_uint8_array_to_str(const unsigned char* bytes) {
+  if (bytes == nullptr) return {};
+  unsigned int words[kWords];
+  std::memcpy(words, bytes, sizeof words);
+  for (unsigned int& word : words) word = ipv6_ntohl(word);
+  char buffer[128] = {};
+  ipv6_to_str(buffer, words);
+  return buffer;
+}
+
+std::string CIPFormat::ipv6_zero_compress(const char* text) {
+  if (text == nullptr) return {};
+  if (is_not_need_compress_ipv6(text)) return text;
+  const std::size_t length = std::strlen(text);
+  const detail::Buffer copy = detail::make_buffer(length + 1);
+  if (copy == nullptr) return text;
+  std::memcpy(copy.get(), text, length);
+
+  char slots[kGroups][kGroupDigits + 1] = {};
+  const ZeroRun best = fill_slots(*this, copy.get(), slots);
+  // No field but zeros: no run was ever closed, and the rules below would go nowhere.
+  if (best.begin == 0 && best.length == 0) return "::";
+  std::string result;
+  for (int i = 0; i < kGroups;) {
+    if (i == best.begin) {
+      result += !result.empty() && result.back() == ':' ? ":" : "::";
+      i += best.length;
+    } else {
+      result += delete_leading_zero(slots[i]);
+      if (++i < kGroups) result += ':';
+    }
+  }
+  return result;
+}
+
+bool CIPFormat::is_not_need_compress_ipv6(const char* text) {
+  return text == nullptr || std::strstr(text, "::") != nullptr ||
+         string_char_count(text, ':') != kGroups - 1;
+}
+
+bool CIPFormat::is_zero_area(const char* field) {
+  return read_hex(field) == 0;
+}
+
+std::string CIPFormat::delete_leading_zero(const char* field) {
+  char buffer[16] = {};
+  std::snprintf(buffer, sizeof buffer, "%X", read_hex(field));
+  return buffer;
+}
+
+char* CIPFormat::string_white_space_trim(char* text) {
+  if (text == nullptr) return nullptr;
+  char* end = text;
+  for (const char* at = text; *at != '\0'; ++at) {
+    if (!is_white_space(*at)) *end++ = *at;
+  }
+  *end = '\0';
+  return text;
+}
+
+int CIPFormat::string_char_count(const char* text, char c) {
+  int count = 0;
+  for (; text != nullptr && *text != '\0'; ++text) count += *text == c ? 1 : 0;
+  return count;
+}
+
+std::string CIPFormat::ipv4_to_ipv6(const std::string& text) {
+  if (text.find('.') == std::string::npos || text.find(':') != std::string::npos) return {};
+  return "::ffff:" + text;
+}
+
+std::string CIPFormat::ipv6_to_ipv4(const std::string& text) {
+  std::string lower = text;
+  for (char& c : lower) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  }
+  if (lower.find("0000:0000:0000:0000:0000:ffff:") == std::string::npos &&
+      lower.find("::ffff:") == std::string::npos) {
+    return {};
+  }
+  const std::string tail = lower.substr(lower.find("ffff:") + sizeof "ffff:" - 1);
+  unsigned int parts[4] = {};
+  // Two digits cannot overflow, and parts that are not read stay 0.
+  // NOLINTNEXTLINE(cert-err34-c)
+  std::sscanf(tail.c_str(), "%2X%2X:%2X%2X", &parts[0], &parts[1], &parts[2], &parts[3]);
+  char buffer[32] = {};
+  std::snprintf(buffer, sizeof buffer, "%d.%d.%d.%d", static_cast<int>(parts[0]),
+                static_cast<int>(parts[1]), static_cast<int>(parts[2]), static_cast<int>(parts[3]));
+  return buffer;
+}
+
+int CIPFormat::format_ip_address(const char* text, std::string& out) {
+  if (text == nullptr) return 1;
+  const std::string mapped = ipv4_to_ipv6(text);
+  unsigned int words[kWords] = {};
+  if (ipv6_to_i(mapped.empty() ? text : mapped.c_str(), kGroups * kGroupBits, words) == 0) return 1;
+  char buffer[128] = {};
+  ipv6_to_str(buffer, words);
+  out = buffer;
+  return 0;
+}
+
+}  // namespace utility

@@ -1,0 +1,198 @@
+#include <arpa/inet.h>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "base/handles.h"
+#include "base/line_reader.h"
+#include "utility/CNetInfo.h"
+#include "utility/CStr.h"
+
+namespace utility {
+namespace {
+
+enum Code {
+  kDone = 0,
+  kEmptyName = 1,
+  kNoSocket = 2,
+  kNoMemory = 3,
+  kRequestFailed = 4,
+  kNoFile = 5,
+  kReadError = 6,
+  kNotListed = 7,
+};
+
+constexpr std::size_t kListSize = 5120;  // 128 requests
+constexpr std::size_t kScratchSize = 1024;
+constexpr std::size_t kLineSize = 1024;
+constexpr std::size_t kColumns = 16;
+
+detail::Fd open_socket() noexcept {
+  return detail::Fd(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+}
+
+/// Questions about one interface, over a socket of its own.
+class Query {
+ public:
+  explicit Query(const std::string& name) noexcept : socket_(open_socket()) {
+    // A name of the full sixteen bytes gets no NUL; the kernel ends it at fifteen.
+    name.copy(request_.ifr_name, IFNAMSIZ);
+  }
+
+  Code ask(unsigned long request) noexcept {
+    if (!socket_) return kNoSocket;
+    return ::ioctl(socket_.get(), request, &request_) < 0 ? kRequestFailed : kDone;
+  }
+
+  int flags() const noexcept { return request_.ifr_flags; }
+  int mtu() const noexcept { return request_.ifr_mtu; }
+  const unsigned char* hardware_address() const noexcept {
+    return reinterpret_cast<const unsigned char*>(request_.ifr_hwaddr.sa_data);
+  }
+  /// The address in hand, dotted; formed in `scratch`, which has room for INET_ADDRSTRLEN bytes.
+  const char* dotted(char* scratch) const noexcept {
+    sockaddr_in address{};
+    std::memcpy(&address, &request_.ifr_addr, sizeof address);
+    return ::inet_ntop(AF_INET, &address.sin_addr, scratch, INET_ADDRSTRLEN);
+  }
+
+ private:
+  detail::Fd socket_;
+  ifreq request_{};
+};
+
+int ask_address(const std::string& name, unsigned long request, std::string& text) {
+  Query query(name);
+  const Code code = query.ask(request);
+  char scratch[INET_ADDRSTRLEN];
+  if (code == kDone) text = query.dotted(scratch);
+  return code;
+}
+
+// Appends the names in a list of requests. Each place that a request could begin at is looked at,
+// in steps of 8 bytes: what follows a name by 16 bytes is the address family. The first place is
+// looked at even in an empty list. `list` is readable, zeroed, for 24 bytes behind `size`.
+void append_names(const char* list, std::size_t size, std::vector<std::string>& names) {
+  constexpr std::size_t kStep = 8;
+  std::size_t at = 0;
+  do {
+    std::uint16_t family = 0;
+    std::memcpy(&family, list + at + IFNAMSIZ, sizeof family);
+    if (family == AF_INET) names.emplace_back(list + at, ::strnlen(list + at, IFNAMSIZ));
+    at += kStep;
+  } while (at < size);
+}
+
+// Takes the counters of `name` from a line of /proc/net/dev; false when it is not about `name`.
+bool parse_counters(const std::string& line, const std::string& name, CNetInfo::NetStat& stat) {
+  std::vector<std::string> parts;
+  CStr::ext_line(":", parts, line);
+  if (parts.size() != 2) return false;
+  CStr::trim(parts[0]);
+  if (parts[0] != name) return false;
+  std::vector<std::string> columns;
+  CStr::ext_line(columns, parts[1]);
+  if (columns.size() != kColumns) return false;
+  stat.rx_bytes = CStr::atoull(columns[0]);
+  stat.rx_packets = CStr::atol(columns[1]);
+  stat.rx_errors = CStr::atol(columns[2]);
+  stat.tx_bytes = CStr::atoull(columns[8]);
+  stat.tx_packets = CStr::atol(columns[9]);
+  stat.tx_errors = CStr::atol(columns[10]);
+  return true;
+}
+
+}  // namespace
+
+int CNetInfo::get_all_ni(std::vector<std::string>& names) {
+  const detail::Fd socket = open_socket();
+  if (!socket) return kNoSocket;
+  const detail::Buffer list = detail::make_buffer(kListSize + sizeof(ifreq));
+  if (list == nullptr) return kNoMemory;
+  ifconf request{};
+  request.ifc_len = static_cast<int>(kListSize);
+  request.ifc_buf = list.get();
+  if (::ioctl(socket.get(), SIOCGIFCONF, &request) < 0) return kRequestFailed;
+  append_names(list.get(), static_cast<std::size_t>(request.ifc_len), names);
+  return kDone;
+}
+
+int CNetInfo::get_flags(const std::string& name, int& flags) {
+  Query query(name);
+  const Code code = query.ask(SIOCGIFFLAGS);
+  if (code == kDone) flags = query.flags();
+  return code;
+}
+
+int CNetInfo::get_mtu(const std::string& name, int& mtu) {
+  Query query(name);
+  const Code code = query.ask(SIOCGIFMTU);
+  if (code == kDone) mtu = query.mtu();
+  return code;
+}
+
+int CNetInfo::get_addr(const std::string& name, std::string& addr) {
+  return ask_address(name, SIOCGIFADDR, addr);
+}
+
+int CNetInfo::get_netmask(const std::string& name, std::string& netmask) {
+  return ask_address(name, SIOCGIFNETMASK, netmask);
+}
+
+int CNetInfo::get_broadaddr(const std::string& name, std::string& broadaddr) {
+  return ask_address(name, SIOCGIFBRDADDR, broadaddr);
+}
+
+int CNetInfo::get_macaddr(const std::string& name, std::string& macaddr) {
+  Query query(name);
+  const Code code = query.ask(SIOCGIFHWADDR);
+  if (code != kDone) return code;
+  const detail::Buffer text = detail::make_buffer(kScratchSize);
+  if (text == nullptr) return kNoMemory;
+  const unsigned char* mac = query.hardware_address();
+  std::snprintf(text.get(), kScratchSize - 1, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1],
+                mac[2], mac[3], mac[4], mac[5]);
+  macaddr = text.get();
+  return kDone;
+}
+
+int CNetInfo::get_net_info(const std::string& name, net_interface& info) {
+  const detail::Buffer scratch = detail::make_buffer(kScratchSize);
+  if (scratch == nullptr) return kNoMemory;
+  Query query(name);
+  int code = query.ask(SIOCGIFADDR);
+  if (code != kDone) return code;
+  info.addr = query.dotted(scratch.get());
+  code = query.ask(SIOCGIFFLAGS);
+  if (code != kDone) return code;
+  info.flags = query.flags();
+  code = get_macaddr(name, info.macaddr);
+  if (code != kDone) return code;
+  code = get_broadaddr(name, info.broadaddr);
+  if (code != kDone) return code;
+  code = query.ask(SIOCGIFNETMASK);
+  if (code != kDone) return code;
+  info.netmask = query.dotted(scratch.get());
+  code = query.ask(SIOCGIFMTU);
+  if (code != kDone) return code;
+  info.mtu = query.mtu();
+  return kDone;
+}
+
+int CNetInfo::get_net_stat(const std::string& name, NetStat& stat) {
+  if (name.empty()) return kEmptyName;
+  const detail::File file = detail::open_file("/proc/net/dev", "re");
+  if (file == nullptr) return kNoFile;
+  detail::LineReader reader(file.get(), kLineSize);
+  if (!reader.ready()) return kNoMemory;
+  while (reader.next()) {
+    if (parse_counters(reader.text(), name, stat)) return kDone;
+  }
+  return reader.failed() ? kReadError : kNotListed;
+}
+
+}  // namespace utility
