@@ -11,7 +11,8 @@ namespace utility {
 /// The host's TCP and UDP sockets, ports as text for display, and its network interfaces.
 ///
 /// Interface values come from the kernel by socket `ioctl` requests (netdevice(7)) and from
-/// /proc/net/dev. Interface names are at most 15 bytes; of a longer name the first 15 are looked up.
+/// /proc/net/dev. Interface names are at most 15 bytes; of a longer name the first 15 are looked
+/// up.
 ///
 /// Nothing is kept between calls: every operation may run on any number of threads at once.
 class UTILITY_API CNetInfo {
