@@ -38,8 +38,8 @@ namespace utility {
 ///     22  the file, or its working copy, could not be opened
 ///     23  a user of the same name exists
 ///
-/// A tool has failed when its exit code is not 0; one that a signal ended counts as done. A
-/// database that cannot be read holds no entry.
+/// A tool has failed when its exit code is not 0, as `CUnixTools::exec_cmd` reports it; a signal
+/// that ends the shell itself counts as done there. Look-ups take an unreadable database for empty.
 ///
 /// Threads: the two walks share the C library's cursor and must not run at the same time, nor may
 /// two operations that change something. Single look-ups may run on any number of threads.
@@ -123,11 +123,10 @@ class UTILITY_API CUnixUser {
   /// the password that was made here is wiped.
   ///
   /// @param password  in clear text.
-  /// @return 0 when the tool was fed and has ended, **whether or not it set the password**; 4 for
-  /// an
-  ///         empty `name`; 11 when there is no such user; 21 when the pipe, the child process or
-  ///         the wait for it failed (a caller that ignores SIGCHLD gets 21 after the tool has
-  ///         ended).
+  /// @return 0 when the tool was fed and has ended, **whether or not it set the password** or could
+  ///         be run at all; 4 for an empty `name`; 11 when there is no such user; 21 when the pipe,
+  ///         the child process or the wait for it failed (a caller that ignores SIGCHLD gets 21
+  ///         after the tool has ended).
   /// Runs: /usr/sbin/chpasswd with "name:password" on its standard input, see chpasswd(8).
   static int mod_passwd(const std::string& name, const std::string& password);
 
@@ -154,9 +153,8 @@ class UTILITY_API CUnixUser {
   ///
   /// @param callback  called with the record, which lives for that call only, and `context`;
   ///                  anything but 0 stops the walk. A null callback is not called.
-  /// @return 0 when the entries ran out; 3 when the database reported an error (the groups before
-  /// it
-  ///         were passed on); 20 when the callback stopped the walk.
+  /// @return 0 when the entries ran out; 3 when the database reported an error (the callback has
+  ///         seen the groups before it); 20 when the callback stopped the walk.
   /// Source: setgrent, getgrent, endgrent(3).
   static int get_all_group_data(int (*callback)(const UnixGroupData&, void*), void* context);
 
@@ -193,8 +191,7 @@ class UTILITY_API CUnixUser {
   ///
   /// `name` goes to a shell as it stands.
   ///
-  /// @return 0; 4 for an empty name; 3 when there is no such group; 8 when another group has the
-  /// new
+  /// @return 4 for an empty name; 3 when there is no such group; 8 when another group has the new
   ///         gid (nothing is run); 7 when the tool failed (the members are as they were); otherwise
   ///         what `mod_group_member` returns.
   /// Runs: /usr/sbin/groupmod, see groupmod(8).
@@ -204,21 +201,23 @@ class UTILITY_API CUnixUser {
   ///
   /// **Danger: a call that fails can leave the host without /etc/group.** The last steps, putting
   /// the working copy /etc/group.temp in the place of /etc/group, are taken on every path, also
-  /// when no working copy was written: after 3 or 22 the group file is gone (or is a working copy
-  /// that an earlier run left behind). Call this only for groups for which `is_group_exist` has
-  /// just found a line. Nor is there anything to fall back on: the backup is removed at once.
+  /// when no working copy was written: after 3 or 22 the group file is gone, or is a working copy
+  /// that an earlier run left behind, unless the directory itself refuses changes. Call this only
+  /// for groups for which `is_group_exist` has just found a line. Nor is there anything to fall
+  /// back on: the backup is removed at once.
   ///
   /// - There is no lock: nothing else may edit the file meanwhile, the system's tools included.
   /// - The result is 0 also when the copy could not be written in full, as on a full disk.
   /// - A working copy left over from an interrupted run is appended to: its lines stay in front.
-  /// - Lines are taken in pieces of 1,023 bytes, each judged as a line. Of a longer line of the
-  /// group
-  ///   only the first piece is replaced; the others stay behind it as a line of their own.
+  /// - Lines are taken in pieces of 1,023 bytes, each judged as a line; a NUL byte ends a piece. Of
+  ///   a longer line of the group only the first piece is replaced; the others stay behind it as a
+  ///   line of their own.
   /// - The new file takes over mode and owner.
   ///
   /// @param members  the new list; names without ",", ":" or line feed, none of which is checked.
   /// @return 0; 3 when /etc/group has no line for `name`; 22 when /etc/group or the working copy
   ///         cannot be opened.
+  /// Source: /etc/group, rewritten by way of /etc/group.temp and /etc/group.bak.
   static int mod_group_member(const std::string& name, const std::vector<std::string>& members);
 
   /// Joins `members` with "," into `text`; an empty list gives an empty text.
