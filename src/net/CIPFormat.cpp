@@ -22,8 +22,8 @@ constexpr std::size_t kDottedMin = sizeof "0.0.0.0" - 1;
 constexpr std::size_t kDottedMax = sizeof "255.255.255.255" - 1;
 constexpr std::size_t kFullForm = kGroups * (kGroupDigits + 1);  // colons and the NUL
 
-// Dotted fields take fifteen characters for two groups, so the longest text that can parse is
-// ":" and four of them with single colons, one "::" and a ":" at the end: 66 characters.
+// Room to spare for white space. The longest text that parses without any has 66 characters: four
+// dotted fields of fifteen, the colons between them, one of these doubled, and one at either end.
 constexpr std::size_t kTextMax = 127;
 
 enum Field { kInvalid = -1, kHexGroup = 0, kEmpty = 1, kDotted = 2 };

@@ -60,8 +60,7 @@ TEST(Interfaces, AreWhatIpShows) {
     shell(R"(set -e
       ip link add veth0 type veth peer name fifteen-bytes-x
       ip addr add 10.1.0.1/24 brd + dev veth0
-      ip addr add 10.1.0.2/24 brd + dev veth0 label veth0:1
-      ip link set veth0 up
+      ip addr add 10.1.0.2/24 brd + dev veth0 label veth0:1 && ip link set veth0 up
       ip addr add 10.2.0.1/30 dev fifteen-bytes-x
       ip link set fifteen-bytes-x mtu 1400 dynamic on up
       ip link add only6 type bridge && ip addr add fd00::1/64 dev only6 && ip link set only6 up
@@ -115,13 +114,13 @@ for _ in range(10): s.sendto(b"x" * 100, s.getsockname())')");
     sandbox::write_file(
         dir + "/dev", "Inter-|   Receive  |  Transmit\n face |bytes packets\n  eth0:" + columns +
                           "16\nglued:18446744073709551615 9223372036854775808 0 0 0 0 0 0 x -1 y " +
-                          "0 0 0 0 0\nshort:" + columns + "\nlong:" + columns + "16 17\neth0:1:" +
-                          columns + "16\n" + std::string(1023, 'x') + "cut:" + columns + "16");
+                          "0 0 0 0 0\nshort:" + columns + "\nlong:" + columns + "16 17\nthree:" +
+                          columns + "16:9\n" + std::string(1023, 'x') + "cut:" + columns + "16");
     sandbox::bind_path(dir, "/proc/self/net");
     EXPECT_EQ(counters("eth0"), (Counters{0, 1, 2, 3, 9, 10, 11}));
     EXPECT_EQ(counters("cut"), counters("eth0"));
     EXPECT_EQ(counters("glued"), (Counters{0, -1, 0, 0, 0, -1, 0}));
-    for (const char* name : {"eth", "short", "long", "eth0:1"}) {
+    for (const char* name : {"eth", "short", "long", "three"}) {
       EXPECT_EQ(counters(name), (Counters{7, 1, 2, 3, 4, 5, 6})) << name;
     }
     EXPECT_EQ(counters("")[0], 1);
