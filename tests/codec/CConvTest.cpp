@@ -1,0 +1,108 @@
+#include "utility/CConv.h"
+
+#include <cstring>
+#include <tuple>
+
+#include "codec/oracle.h"
+
+namespace {
+
+using utility::CConv;
+
+TEST(CConv, EveryGbkCharacterAsTheIconvToolHasIt) {
+  std::string gbk;
+  std::string utf8;
+  for (int lead = 0x01; lead <= 0xFF; ++lead) {
+    for (int trail = 0x40; trail <= 0xFF; ++trail) {
+      const std::string pair = {static_cast<char>(lead), static_cast<char>(trail)};
+      std::string out(7, '\0');
+      const int size = CConv::gbk_to_utf8(bytes(pair), bytes(out), 7);
+      if (size == 0) continue;
+      out.resize(static_cast<std::size_t>(size));
+      EXPECT_EQ(CConv::gbk_to_utf8_string(pair.c_str()), out);
+      EXPECT_EQ(CConv::utf8_to_gbk_string(out.c_str()), pair);
+      gbk += pair + "\n";
+      utf8 += out + "\n";
+    }
+  }
+  const TempDir dir;
+  EXPECT_GT(gbk.size(), 3 * 21000U) << "GBK has more than 21,000 characters of two bytes";
+  EXPECT_EQ(utf8, output_of("iconv -f GBK -t UTF-8 " + dir.write("gbk", gbk)));
+}
+
+TEST(CConv, BufferFormsConvertOnceAndKeepWhatPrecedesAFailure) {
+  using Form = int (*)(unsigned char*, unsigned char*, int);
+  const Form to_utf8 = CConv::gbk_to_utf8;
+  const Form to_gbk = CConv::utf8_to_gbk;
+  const std::string gbk = "\xc4\xe3\xba\xc3";
+  const std::string utf8 = "\xe4\xbd\xa0\xe5\xa5\xbd";
+  const std::tuple<const char*, Form, std::string, int, int, std::string> rows[] = {
+      // "_" is a zero byte
+      {"the rest is left alone", to_utf8, gbk, 8, 6, utf8 + ".."},
+      {"the rest is zeroed", to_gbk, utf8, 6, 4, gbk + "__.."},
+      {"a byte short", to_utf8, gbk, 5, 0, "\xe4\xbd\xa0....."},
+      {"a byte short, zeroed", to_gbk, utf8, 3, 0, "\xc4\xe3_....."},
+      {"a sequence that is not complete", to_utf8, "a\xc4", 4, 0, "a......."},
+      {"an invalid sequence", to_gbk, "a\xff!", 2, 0, "a_......"},
+      {"a character that GBK does not have", to_gbk, "a\xf0\x9f\x98\x80", 2, 0, "a_......"},
+      {"negative room", to_gbk, "a", -1, 0, "........"},
+  };
+  for (const auto& [why, form, in, room, result, expected] : rows) {
+    std::string out(8, '.');
+    EXPECT_EQ(form(bytes(in), bytes(out), room), result) << why;
+    for (char& c : out) c = c == '\0' ? '_' : c;
+    EXPECT_EQ(out, expected) << why;
+  }
+  EXPECT_EQ(CConv::gbk_to_utf8_string("\xc4\xe3\xba"), "\xe4\xbd\xa0") << "a prefix is a result";
+}
+
+TEST(CConv, WideFormsCountCharactersAsBytes) {
+  char out[] = ".........";
+  EXPECT_EQ(CConv::unicode_to_utf8(L"ABCD", out, 8), 2) << "4 bytes: the units A and NUL";
+  EXPECT_EQ(std::memcmp(out, "A\0\0\0\0\0\0\0.", 9), 0);
+  EXPECT_EQ(CConv::unicode_to_utf8_string(L"ABCD"), "A");
+  EXPECT_EQ(CConv::unicode_to_utf8_string(L"ABC"), "") << "half a unit is left: a failure";
+
+  wchar_t wide[] = {9, 9, 9};
+  EXPECT_EQ(CConv::utf8_to_unicode("ABC", wide, 8), 8) << "mark and three units, in bytes";
+  EXPECT_EQ(std::memcmp(wide, "\xff\xfe\x41\0\x42\0\x43\0\t", 9), 0);
+  EXPECT_EQ(CConv::utf8_to_unicode_string("AB"), (std::wstring{0x41FEFF, 0x42}));
+  EXPECT_EQ(CConv::utf8_to_unicode_string("A\xff"), L"") << "nothing is taken of a failure";
+}
+
+TEST(CConv, SizeQueriesNullTextsAndMissingMemory) {
+  EXPECT_EQ(CConv::gbk_to_utf8(bytes("abcd"), nullptr, 0), 13);
+  EXPECT_EQ(CConv::utf8_to_gbk(bytes("abcd"), nullptr, 0), 13);
+  EXPECT_EQ(CConv::unicode_to_utf8(L"abcd", nullptr, 0), 25);
+  EXPECT_EQ(CConv::utf8_to_unicode("abcd", nullptr, 0), 25);
+  EXPECT_EQ(CConv::gbk_to_utf8(nullptr, nullptr, 0) + CConv::utf8_to_gbk(nullptr, nullptr, 0), 0);
+  EXPECT_EQ(CConv::unicode_to_utf8_string(nullptr) + CConv::gbk_to_utf8_url_string(nullptr), "");
+  EXPECT_EQ((AllocFault(0), CConv::gbk_to_utf8_string("text")), "");
+  EXPECT_EQ((AllocFault(0), CConv::utf8_to_unicode_string("text")), L"");
+  EXPECT_EQ((AllocFault(0), CConv::url_encode("text")), "");
+}
+
+TEST(CConv, UrlText) {
+  for (int c = 1; c < 256; ++c) {
+    const std::string text(1, static_cast<char>(c));
+    const bool stays = c < 127 && (std::isalnum(c) != 0 || std::strchr("-._", c) != nullptr);
+    const std::string expected = c == ' ' ? "+" : stays ? text : hex_of(text, "%%%02X");
+    EXPECT_EQ(CConv::url_encode(text), expected);
+    EXPECT_EQ(CConv::url_decode(expected), text);
+  }
+  EXPECT_EQ(CConv::url_string("a b~/\xc3\xa9"), "a+b%7E%2F%C3%A9");
+  EXPECT_EQ(CConv::gbk_to_utf8_url_string("\xc4\xe3"), "%E4%BD%A0");
+  EXPECT_EQ(CConv::url_decode("%4g%%41%2541%c3%a9%4"), "%4g%A%41\xc3\xa9%4");
+  EXPECT_EQ(CConv::url_decode("a%00b"), "a");
+}
+
+TEST(CConv, FindsGbkCharactersBehindThePunctuation) {
+  for (const char* text : {"\xc4\xe3", "\xa1\xa1\xc4\xe3", "\xa1\xc4\xe3", "\xa2\xa4!", "a\xa4!"}) {
+    EXPECT_TRUE(CConv::has_chinese_char(text)) << hex_of(text);
+  }
+  for (const char* text : {"", "\xc4", "A\xc4", "\xa1\xa1", "\xa1\xa1\xc4", "\xa3\xc4!", "\xa2!"}) {
+    EXPECT_FALSE(CConv::has_chinese_char(text)) << hex_of(text);
+  }
+}
+
+}  // namespace
