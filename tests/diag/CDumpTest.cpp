@@ -33,7 +33,7 @@ TEST(CDump, Refuses) {
   EXPECT_EQ(CDump::dump(nullptr, 0), 1);
   EXPECT_EQ(CDump::sndump(nullptr, 5, data, 1), 1);
   EXPECT_EQ(CDump::sndump(data, 5, nullptr, 1), 1);
-  for (std::size_t allowed : {0, 1, 2}) {
+  for (std::size_t allowed : {0U, 1U, 2U}) {
     if (allowed == 2) CDump::setmaxline(-1UL / 3 + 1);  // its buffers' sizes wrap to a few bytes
     const AllocFault fault(allowed);
     EXPECT_EQ(CDump::sndump(data, 5, data, 1), 2);

@@ -16,7 +16,7 @@ TEST(CEvent, StaysSetUntilReleased) {
   CEvent event;
   event.signal();
   EXPECT_EQ(event.wait(-1), -1) << "not ready";
-  for (std::size_t allowed : {0, 1}) {
+  for (std::size_t allowed : {0U, 1U}) {
     const AllocFault fault(allowed);
     EXPECT_FALSE(event.init() || event.is_valid());
   }
