@@ -273,12 +273,9 @@ TEST(CUnixProc, WalkCodesAndVanishedProcesses) {
     ender.join();
     EXPECT_EQ(show("status", data) + show("cmdline", data), "gone 0 0|");
 
-    const pid_t busy = ::fork();
-    for (int i = 0; busy == 0; ++i) {
-      if (i == 2000) ::_exit(0);
-      if (::fork() == 0) ::_exit(0);
-      if (i >= 4) ::waitpid(-1, nullptr, 0);
-    }
+    const pid_t busy = start_child("", [] {
+      ::execl("/bin/sh", "sh", "-c", "for i in $(seq 500); do : & : & : & : & wait; done", nullptr);
+    });
     while (::waitpid(busy, nullptr, WNOHANG) == 0) ASSERT_EQ(walk_all(), 0);
     sandbox::bind_path("/etc/fake/status", "/proc/stat");
     EXPECT_EQ(walk_all(), 12);
