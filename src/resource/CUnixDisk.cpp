@@ -38,6 +38,18 @@ bool is_partition_of(const std::string& disk, const std::string& name) {
   return name.size() > kDiskName && name.compare(0, kDiskName, disk, 0, kDiskName) == 0;
 }
 
+// Calls `tell` for each name of the partition list, with the whole list, until it asks to stop.
+template <typename Tell>
+int walk_names(const Tell& tell) {
+  std::vector<std::string> names;
+  const int result = CUnixDisk::get_disk_info_from_proc(names);
+  if (result != 0) return result;
+  for (const std::string& name : names) {
+    if (tell(name, names)) return kStopped;
+  }
+  return 0;
+}
+
 }  // namespace
 
 int CUnixDisk::get_disk_info_from_proc(std::vector<std::string>& names) {
@@ -59,45 +71,32 @@ int CUnixDisk::get_disk_partition_total(std::string disk, std::vector<std::strin
 }
 
 int CUnixDisk::get_vgs(int (*callback)(const UnixDiskVg&, void*), void* context) {
-  std::vector<std::string> names;
-  const int result = get_disk_info_from_proc(names);
-  if (result != 0) return result;
-  for (const std::string& name : names) {
-    if (!is_whole_disk(name)) continue;
+  return walk_names([&](const std::string& name, std::vector<std::string>& names) {
+    if (!is_whole_disk(name)) return false;
     UnixDiskVg vg;
     vg.name = name;
     vg.path = kDevices + name;
     vg.id = name;
     vg.lv_count = get_disk_partition_total(name, names);
-    if (detail::stops(callback, vg, context)) return kStopped;
-  }
-  return 0;
+    return detail::stops(callback, vg, context);
+  });
 }
 
 int CUnixDisk::get_pvs(int (*callback)(const UnixDiskPv&, void*), void* context) {
-  std::vector<std::string> names;
-  const int result = get_disk_info_from_proc(names);
-  if (result != 0) return result;
-  for (const std::string& name : names) {
-    if (!is_whole_disk(name)) continue;
-    const UnixDiskPv pv{name, kDevices + name, name};
-    if (detail::stops(callback, pv, context)) return kStopped;
-  }
-  return 0;
+  return walk_names([&](const std::string& name, const std::vector<std::string>& /*names*/) {
+    return is_whole_disk(name) &&
+           detail::stops(callback, UnixDiskPv{name, kDevices + name, name}, context);
+  });
 }
 
 int CUnixDisk::get_lvs_by_vg(const std::string& vg, int (*callback)(const UnixDiskLv&, void*),
                              void* context) {
-  std::vector<std::string> names;
-  const int result = get_disk_info_from_proc(names);
-  if (result != 0) return result;
-  for (const std::string& name : names) {
-    if (!is_partition_of(vg, name)) continue;
+  return walk_names([&](const std::string& name, const std::vector<std::string>& /*names*/) {
+    if (!is_partition_of(vg, name)) return false;
     const UnixDiskLv lv{name, kDevices + name, vg};
     std::cout << lv.path << std::endl;
-    if (detail::stops(callback, lv, context)) return kStopped;
-  }
-  return 0;
+    return detail::stops(callback, lv, context);
+  });
 }
 
 int CUnixDisk::get_pvs_by_vg(const std::string& /*vg*/,

@@ -113,7 +113,7 @@ const std::vector<Row> kRows = {
     {"no numbers", kMem, "MemTotal: kB\nMemFree:\nCached:5\nBuffers: x", "0 0 0 0 0 0 0 "},
     {"keys by their beginning", kMem,
      "MemTotalX 100\nMemFreeX 1\nCachedX 2\nBuffersX 3\nSwapCached: 9", "0 0 0 100 6 94 154 "},
-    {"garbage", kMem, std::string("\0\xff MemTotal: 3\n\n\0", 18), "2 2 3 0 0 -1 -1 "},
+    {"garbage", kMem, std::string("\0\xff MemTotal: 3\n\n\0", 17), "2 2 3 0 0 -1 -1 "},
     {"no fifth key", kMem, kHost + "\nMemFree: 1\n", "0 0 0 10000 1000 90 1.5 "},
     {"half up", kRss, "Name: a\nVmRSS:\t  155 kB\n", "0 0 0 10000 1000 90 1.6 "},
     {"a kernel thread", kRss, "Name: kthreadd\n", "0 0 0 10000 1000 90 0 "},
