@@ -202,7 +202,7 @@ std::vector<std::string> split(const std::string& text, char end) {
 }  // namespace
 
 void run(const std::function<void()>& body, const Options& options) {
-  std::string name = (fs::temp_directory_path() / "utility-test-XXXXXX").string();
+  std::string name = (fs::temp_directory_path() / "utility-test-").string() + std::string(6, 'X');
   ASSERT_NE(::mkdtemp(name.data()), nullptr);
   g_scratch = name;
   int fds[2];

@@ -9,7 +9,9 @@
 /// A directory of the test's own, removed with everything in it.
 class TempDir {
  public:
-  TempDir() : path_((std::filesystem::temp_directory_path() / "utility-test-XXXXXX").string()) {
+  TempDir()
+      : path_((std::filesystem::temp_directory_path() / "utility-test-").string() +
+              std::string(6, 'X')) {
     if (::mkdtemp(path_.data()) == nullptr) std::abort();
   }
   ~TempDir() {
