@@ -19,6 +19,20 @@ namespace {
 // does not depend on it.
 constexpr std::size_t kFileBlock = 32768;
 
+constexpr std::size_t kDigest = 16;
+
+std::string to_text(const unsigned char* digest) {
+  std::string text(2 * kDigest, '\0');
+  detail::put_hex(text.data(), digest, kDigest, 'a');
+  return text;
+}
+
+std::string finish(MD5::MD5_CTX& context) {
+  std::array<unsigned char, kDigest> digest{};
+  MD5::MD5Final(digest.data(), &context);
+  return to_text(digest.data());
+}
+
 }  // namespace
 
 md5wrapper::md5wrapper() : md5_(new (std::nothrow) MD5) {}
@@ -40,15 +54,12 @@ std::string md5wrapper::hashit(const std::string& text) {
     MD5::MD5Update(&context, bytes, static_cast<unsigned int>(size));
     rest.remove_prefix(size);
   }
-  std::array<unsigned char, 16> digest{};
-  MD5::MD5Final(digest.data(), &context);
-  return convToString(digest.data());
+  return finish(context);
 }
 
 std::string md5wrapper::getHashFromFile(const std::string& path) {
   const detail::File file = detail::open_file(path.c_str(), "rbe");
   if (!file) return "-1";
-  std::setvbuf(file.get(), nullptr, _IONBF, 0);
 
   MD5::MD5_CTX context;
   MD5::MD5Init(&context);
@@ -56,15 +67,11 @@ std::string md5wrapper::getHashFromFile(const std::string& path) {
   while (const std::size_t size = std::fread(block.data(), 1, block.size(), file.get())) {
     MD5::MD5Update(&context, block.data(), static_cast<unsigned int>(size));
   }
-  std::array<unsigned char, 16> digest{};
-  MD5::MD5Final(digest.data(), &context);
-  return convToString(digest.data());
+  return finish(context);
 }
 
 std::string md5wrapper::convToString(unsigned char digest[16]) {
-  std::string text(32, '\0');
-  detail::put_hex(text.data(), digest, 16, 'a');
-  return text;
+  return to_text(digest);
 }
 
 }  // namespace utility

@@ -88,8 +88,7 @@ TEST(CHmacMd5, VectorsOfRfc2202AndKeysThatEndAtAZeroByte) {
        "6f630fad67cda0ee1fb1f562db3aa53e", "8fb6ab01840023ec453ecdec73dc1b66"},
       // python3: hmac.new(key, text, "md5").hexdigest()
       {std::string("\x01\x02\0\x03", 4), "Hi There", "3b048af38f345630d95418abde5a5c37", ""},
-      {std::string("\0key", 4), "what do ya want for nothing?", "ae2e4b39f3b5ee2c8b585994294201ea",
-       ""},
+      {std::string("\0key", 4), "Hi There", "72c33c78cac0b7a581ac263a344ed01d", ""},
       {std::string(64, 'k') + '\0', "Hi There", "84c87c88113a4b51253b9e6b6b0f4e9c", ""},
   };
   for (const auto& [key, text, expected, replaced] : rows) {
@@ -97,9 +96,8 @@ TEST(CHmacMd5, VectorsOfRfc2202AndKeysThatEndAtAZeroByte) {
     std::string digest = kUntouched;
     EXPECT_EQ(hmac(text, key_buffer, digest), 0);
     EXPECT_EQ(CHmacMd5::checksumtostring(digest.data()), expected);
-    const std::string long_key =
-        replaced + std::string(2 * key.size() - 32 * !replaced.empty(), '0');
-    EXPECT_EQ(hex_of(key_buffer), replaced.empty() ? hex_of(key) : long_key);
+    const std::string zeros(2 * key.size() - replaced.size(), '0');
+    EXPECT_EQ(hex_of(key_buffer), replaced.empty() ? hex_of(key) : replaced + zeros);
   }
 }
 
@@ -108,15 +106,14 @@ TEST(CHmacMd5, RefusalsLeaveEverythingAlone) {
   std::string digest = kUntouched;
   char* const k = key.data();
   char* const d = digest.data();
-  const int results[] = {CHmacMd5::hmac_md5(nullptr, 1, k, 80, d),
-                         CHmacMd5::hmac_md5("x", 0, k, 80, d),
-                         CHmacMd5::hmac_md5("x", 1, nullptr, 80, d),
-                         CHmacMd5::hmac_md5("x", 1, k, 0, d),
-                         CHmacMd5::hmac_md5("x", 1, k, 80, nullptr),
-                         CHmacMd5::md5(nullptr, 1, d),
-                         CHmacMd5::md5(k, 0, d),
-                         CHmacMd5::md5(k, 1, nullptr)};
-  for (const int result : results) EXPECT_EQ(result, 1);
+  EXPECT_EQ(CHmacMd5::hmac_md5(nullptr, 1, k, 80, d), 1);
+  EXPECT_EQ(CHmacMd5::hmac_md5("x", 0, k, 80, d), 1);
+  EXPECT_EQ(CHmacMd5::hmac_md5("x", 1, nullptr, 80, d), 1);
+  EXPECT_EQ(CHmacMd5::hmac_md5("x", 1, k, 0, d), 1);
+  EXPECT_EQ(CHmacMd5::hmac_md5("x", 1, k, 80, nullptr), 1);
+  EXPECT_EQ(CHmacMd5::md5(nullptr, 1, d), 1);
+  EXPECT_EQ(CHmacMd5::md5(k, 0, d), 1);
+  EXPECT_EQ(CHmacMd5::md5(k, 1, nullptr), 1);
   EXPECT_EQ(key + digest, std::string(80, 'k') + kUntouched);
   EXPECT_EQ(CHmacMd5::checksumtostring(nullptr), "");
   // Buffer, scratch digest, two pads, and a context for each of the three digests of a long key.
