@@ -7,7 +7,7 @@
 using utility::CDump;
 
 // What is printed, after a look at what goes into buffers of every size.
-static std::string dumped(std::string data, unsigned long width = 16) {
+static std::string dumped(std::string data, unsigned long width = CDump::getmaxline()) {
   CDump::setmaxline(width);
   testing::internal::CaptureStdout();
   CDump::dump(data.data(), data.size());

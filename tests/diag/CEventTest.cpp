@@ -23,11 +23,12 @@ TEST(CEvent, StaysSetUntilReleased) {
   for (int round = 0; round < 2; ++round, event.release()) {
     ASSERT_TRUE(event.init() && event.is_valid());
     EXPECT_EQ(event.wait(1), 1);  // a second begins
-    const std::time_t start = system_clock::to_time_t(system_clock::now());
+    const auto second = std::chrono::floor<std::chrono::seconds>(system_clock::now());
+    ::usleep(500'000);  // to its middle
     const std::clock_t busy = std::clock();
     EXPECT_EQ(event.wait(0), 1);
     EXPECT_EQ(event.wait(1500), 1);
-    EXPECT_EQ(system_clock::to_time_t(system_clock::now()), start + 2);
+    EXPECT_EQ((system_clock::now() - second) / std::chrono::milliseconds(500), 4);
     EXPECT_LT(std::clock() - busy, CLOCKS_PER_SEC / 4) << "asleep meanwhile";
     event.signal();
     EXPECT_TRUE(event.init()) << "ready already";
