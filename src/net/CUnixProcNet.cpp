@@ -36,8 +36,8 @@ class InodeIndex {
  public:
   explicit InodeIndex(const std::vector<NetInfo>& nets)
       : nets_(nets), heads_(nets.size() + 1, kEnd), next_(nets.size()) {
-    for (std::size_t i = nets.size();
-         i-- > 0;) {  // backwards, since each goes to its chain's front
+    // Backwards, since each record goes to the front of its chain.
+    for (std::size_t i = nets.size(); i-- > 0;) {
       std::size_t& head = heads_[chain(nets[i].inode)];
       next_[i] = head;
       head = i;
