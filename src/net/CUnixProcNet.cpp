@@ -172,7 +172,7 @@ std::string CUnixProcNet::make_proc_path(const char* base, const char* name, con
 }
 
 int CUnixProcNet::get_link_src(const char* path, std::string& target) {
-  return read_link(AT_FDCWD, path, target);
+  return path == nullptr ? kCannotReadLink : read_link(AT_FDCWD, path, target);
 }
 
 int CUnixProcNet::get_proc_socket_inodes(const char* fd_dir, std::vector<unsigned long>& inodes) {
