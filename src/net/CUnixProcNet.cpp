@@ -36,8 +36,8 @@ class InodeIndex {
  public:
   explicit InodeIndex(const std::vector<NetInfo>& nets)
       : nets_(nets), heads_(nets.size() + 1, kEnd), next_(nets.size()) {
-    for (std::size_t i = nets.size();
-         i-- > 0;) {  // backwards, since each goes to its chain's front
+    // Backwards, since each record goes to the front of its chain.
+    for (std::size_t i = nets.size(); i-- > 0;) {
       std::size_t& head = heads_[chain(nets[i].inode)];
       next_[i] = head;
       head = i;
@@ -172,7 +172,7 @@ std::string CUnixProcNet::make_proc_path(const char* base, const char* name, con
 }
 
 int CUnixProcNet::get_link_src(const char* path, std::string& target) {
-  return read_link(AT_FDCWD, path, target);
+  return path == nullptr ? kCannotReadLink : read_link(AT_FDCWD, path, target);
 }
 
 int CUnixProcNet::get_proc_socket_inodes(const char* fd_dir, std::vector<unsigned long>& inodes) {

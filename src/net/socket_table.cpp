@@ -82,20 +82,22 @@ bool scan_by_format(int family, const char* line, SocketLine& socket) noexcept {
   int inode = 0;
   auto& local = socket.local_addr;
   auto& remote = socket.remote_addr;
+  bool complete = false;
   // NOLINTBEGIN(cert-err34-c): how the C library takes numbers that do not fit is what is wanted.
-  const bool complete =
-      family == AF_INET
-          ? std::sscanf(line, " %d: %x:%x %x:%x %x %x:%x %d:%x %x %d %d %d", &unkept.slot,
-                        &local[0], &socket.local_port, &remote[0], &socket.remote_port,
-                        &socket.state, &unkept.transmit_queue, &unkept.receive_queue, &unkept.timer,
-                        &unkept.expiry, &unkept.retransmits, &unkept.uid, &unkept.timeout,
-                        &inode) == 14
-          : std::sscanf(line, " %d: %8x%8x%8x%8x:%x %8x%8x%8x%8x:%x %x %x:%x %d:%x %x %d %d %d",
-                        &unkept.slot, &local[0], &local[1], &local[2], &local[3],
-                        &socket.local_port, &remote[0], &remote[1], &remote[2], &remote[3],
-                        &socket.remote_port, &socket.state, &unkept.transmit_queue,
-                        &unkept.receive_queue, &unkept.timer, &unkept.expiry, &unkept.retransmits,
-                        &unkept.uid, &unkept.timeout, &inode) == 20;
+  if (family == AF_INET) {
+    complete =
+        std::sscanf(line, " %d: %x:%x %x:%x %x %x:%x %d:%x %x %d %d %d", &unkept.slot, &local[0],
+                    &socket.local_port, &remote[0], &socket.remote_port, &socket.state,
+                    &unkept.transmit_queue, &unkept.receive_queue, &unkept.timer, &unkept.expiry,
+                    &unkept.retransmits, &unkept.uid, &unkept.timeout, &inode) == 14;
+  } else {
+    complete = std::sscanf(line, " %d: %8x%8x%8x%8x:%x %8x%8x%8x%8x:%x %x %x:%x %d:%x %x %d %d %d",
+                           &unkept.slot, &local[0], &local[1], &local[2], &local[3],
+                           &socket.local_port, &remote[0], &remote[1], &remote[2], &remote[3],
+                           &socket.remote_port, &socket.state, &unkept.transmit_queue,
+                           &unkept.receive_queue, &unkept.timer, &unkept.expiry,
+                           &unkept.retransmits, &unkept.uid, &unkept.timeout, &inode) == 20;
+  }
   // NOLINTEND(cert-err34-c)
   socket.inode = static_cast<std::uint32_t>(inode);
   return complete;
@@ -153,32 +155,11 @@ std::string address_text(int family, const void* address) {
 }
 
 const char* state_text(std::uint32_t state, const char* listening) noexcept {
-  switch (state) {
-    case 1:
-      return "ESTABLISHED";
-    case 2:
-      return "SYN_SENT";
-    case 3:
-      return "SYN_RECV";
-    case 4:
-      return "FIN_WAIT1";
-    case 5:
-      return "FIN_WAIT2";
-    case 6:
-      return "TIME_WAIT";
-    case 7:
-      return "CLOSE";
-    case 8:
-      return "CLOSE_WAIT";
-    case 9:
-      return "LAST_ACK";
-    case 10:
-      return listening;
-    case 11:
-      return "CLOSING";
-    default:
-      return "UNKNOWN";
-  }
+  static constexpr std::array kNames{"UNKNOWN",    "ESTABLISHED", "SYN_SENT",  "SYN_RECV",
+                                     "FIN_WAIT1",  "FIN_WAIT2",   "TIME_WAIT", "CLOSE",
+                                     "CLOSE_WAIT", "LAST_ACK",    "LISTEN",    "CLOSING"};
+  if (state == 10) return listening;
+  return state < kNames.size() ? kNames[state] : "UNKNOWN";
 }
 
 std::string port_text(std::uint32_t port) {
