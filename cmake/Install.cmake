@@ -11,7 +11,8 @@ install(TARGETS utility litexml EXPORT utilityTargets
     DESTINATION ${CMAKE_INSTALL_LIBDIR}
     COMPONENT runtime
     NAMELINK_COMPONENT development)
-set_target_properties(utility litexml PROPERTIES INSTALL_RPATH "$ORIGIN")
+# The document library lies beside this one.
+set_target_properties(utility PROPERTIES INSTALL_RPATH "$ORIGIN")
 
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/utility
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
@@ -34,6 +35,7 @@ install(FILES ${PROJECT_BINARY_DIR}/utilityConfig.cmake ${PROJECT_BINARY_DIR}/ut
 
 file(RELATIVE_PATH pkgconfig_to_prefix
   /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
+string(REGEX REPLACE "/$" "" pkgconfig_to_prefix ${pkgconfig_to_prefix})
 configure_file(${CMAKE_CURRENT_LIST_DIR}/utility.pc.in ${PROJECT_BINARY_DIR}/utility.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/utility.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
