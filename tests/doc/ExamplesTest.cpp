@@ -81,7 +81,7 @@ const Example kExamples[] = {
     {"services", "", one_stopped_service, false},
     {"log_rules", "", mail_rules, false},
     {"resources", "", nothing, true},
-    {"files", "", nothing, false},
+    {"file_manager", "", nothing, false},
     {"codecs", "", nothing, false},
     {"csv", "", nothing, false},
     {"xml", "", nothing, false},
