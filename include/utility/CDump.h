@@ -50,8 +50,8 @@ class UTILITY_API CDump {
   /// The number of bytes per line.
   static unsigned long getmaxline();
 
- private:
-  static unsigned long m_max_line;  ///< bytes per line
+  /// Bytes per line of all dumps of the process; 16 at first.
+  static unsigned long m_max_line;
 };
 
 }  // namespace utility

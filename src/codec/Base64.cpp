@@ -159,6 +159,17 @@ bool decode_clean(unsigned char* out, std::size_t out_size, const unsigned char*
   return true;
 }
 
+using BufferForm = void (*)(unsigned char*&, unsigned long&, const unsigned char*, unsigned long);
+
+/// A buffer form's result as a string; empty where nothing is handed out.
+std::string run(BufferForm form, const std::string& in) {
+  unsigned char* out = nullptr;
+  unsigned long length = 0;
+  form(out, length, reinterpret_cast<const unsigned char*>(in.data()), in.size());
+  const Bytes owner(out);
+  return {reinterpret_cast<const char*>(out), length};
+}
+
 }  // namespace
 
 void Base64::encode(unsigned char*& out, unsigned long& outLen, const unsigned char* in,
@@ -206,19 +217,11 @@ void Base64::decode(unsigned char*& out, unsigned long& outLen, const unsigned c
 }
 
 std::string Base64::encode(const std::string& bytes) {
-  unsigned char* text = nullptr;
-  unsigned long length = 0;
-  encode(text, length, reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
-  const Bytes owner(text);
-  return {reinterpret_cast<const char*>(text), length};
+  return run(encode, bytes);
 }
 
 std::string Base64::decode(const std::string& text) {
-  unsigned char* bytes = nullptr;
-  unsigned long length = 0;
-  decode(bytes, length, reinterpret_cast<const unsigned char*>(text.data()), text.size());
-  const Bytes owner(bytes);
-  return {reinterpret_cast<const char*>(bytes), length};
+  return run(decode, text);
 }
 
 }  // namespace utility

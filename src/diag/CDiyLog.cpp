@@ -12,7 +12,7 @@
 #include <utility>
 
 #include "base/handles.h"
-#include "diag/local_time.h"
+#include "base/local_time.h"
 
 namespace utility {
 namespace {
