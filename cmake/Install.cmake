@@ -47,7 +47,4 @@ if(UTILITY_EXAMPLES)
     OUTPUT_NAME utility-host-report
     INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
   install(TARGETS host_report RUNTIME COMPONENT runtime)
-  install(FILES ${PROJECT_SOURCE_DIR}/doc/utility-host-report.1
-    DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
-    COMPONENT runtime)
 endif()
