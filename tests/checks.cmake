@@ -1,7 +1,13 @@
 # Checks of the sources and of the built library rather than of its behaviour; `ctest -L check`.
-foreach(check format words symbols)
-  add_test(NAME check_${check}
-    COMMAND ${PROJECT_SOURCE_DIR}/script/checks/${check} $<TARGET_FILE:utility>
+function(check name)
+  add_test(NAME check_${name}
+    COMMAND ${PROJECT_SOURCE_DIR}/script/checks/${name} ${ARGN}
     WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
-  set_tests_properties(check_${check} PROPERTIES LABELS check)
-endforeach()
+  set_tests_properties(check_${name} PROPERTIES LABELS check)
+endfunction()
+
+check(format)
+check(words)
+check(symbols $<TARGET_FILE:utility>)
+check(layout $<TARGET_FILE:utility>)
+check(consumer ${PROJECT_BINARY_DIR})

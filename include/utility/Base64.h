@@ -17,6 +17,8 @@ class UTILITY_API Base64 {
   /// @param out     receives a new buffer of `outLen` characters. Nothing is handed out, and `out`
   ///                is untouched, for `inLen` 0 and without memory.
   /// @param outLen  receives (inLen + 2) / 3 * 4, or 0 when nothing is handed out.
+  /// @param in      the bytes; only read.
+  /// @param inLen   their count.
   static void encode(unsigned char*& out, unsigned long& outLen, const unsigned char* in,
                      unsigned long inLen);
 
@@ -25,6 +27,8 @@ class UTILITY_API Base64 {
   /// @param out     receives a new buffer with room for `inLen` characters; untouched without
   ///                memory.
   /// @param outLen  receives the count of characters kept, or 0 without memory.
+  /// @param in      the text; only read.
+  /// @param inLen   its characters.
   static void removeNonBase64Chars(unsigned char*& out, unsigned long& outLen,
                                    const unsigned char* in, unsigned long inLen);
 
@@ -37,6 +41,8 @@ class UTILITY_API Base64 {
   ///                untouched, when `inLen` is 0, when the characters left are not a multiple of 4,
   ///                and without memory. Where no character is left the buffer has no bytes.
   /// @param outLen  receives the count of bytes, or 0 when nothing is handed out.
+  /// @param in      the text; only read.
+  /// @param inLen   its characters.
   static void decode(unsigned char*& out, unsigned long& outLen, const unsigned char* in,
                      unsigned long inLen);
 

@@ -83,7 +83,7 @@ class UTILITY_API CCSV {
   ///
   /// @param pos  0 to the number of records, or -1 for the end.
   /// @return false, with the position kept and a message (in GBK) on standard output, for any
-  /// other.
+  ///         other.
   bool SetCurPos(int pos);
 
   /// Moves the stream to where the current record begins; position 0 is the file's start, the
@@ -122,13 +122,11 @@ class UTILITY_API CCSV {
   /// and "delete file successfully" or "file not delete".
   ///
   /// @param fields  a record array. Its strings are quoted as by `TransfromCsv`, which replaces
-  /// them:
-  ///                they must come from `new[]`. It stays the caller's.
+  ///                them: they must come from `new[]`. It stays the caller's.
   /// @param count   the number of fields to write, at least 1; empty ones count.
   /// @return false when nothing is open, `fields` is null, `count` is below 1, the position is gone
-  /// (see
-  ///         `MoveFpPos`), memory is short, the temporary file cannot be made (a message in GBK
-  ///         says so), or a write fails. On failure the file is as it was.
+  ///         (see `MoveFpPos`), memory is short, the temporary file cannot be made (a message in
+  ///         GBK says so), or a write fails. On failure the file is as it was.
   bool WriteRecord(const char** fields, int count);
 
   /// Deletes the record at the current position by blanking it, line end included; the blanks

@@ -44,6 +44,8 @@ class UTILITY_API CConv {
 
   /// Converts the UTF-8 text `in` to "UNICODE"; otherwise as `utf8_to_gbk`.
   ///
+  /// @param in       NUL-terminated text.
+  /// @param out      receives the result; null asks for the size only.
   /// @param outSize  the room in `out` in bytes, not in wide characters.
   /// @return as `gbk_to_utf8`, in bytes; for a null `out` 6 for each byte of `in` and 1.
   static int utf8_to_unicode(const char* in, wchar_t* out, int outSize);
@@ -70,8 +72,7 @@ class UTILITY_API CConv {
   /// Percent-encodes `text` up to its first NUL.
   ///
   /// Letters, digits, "-", "." and "_" stay, a blank becomes "+", every other byte ("~" too)
-  /// becomes
-  /// "%" and two upper-case hex digits.
+  /// becomes "%" and two upper-case hex digits.
   ///
   /// @return the encoded text; empty without memory.
   static std::string url_encode(const std::string& text);

@@ -21,14 +21,14 @@ class UTILITY_API CCpuInfo {
  public:
   /// The counters of one CPU, in clock ticks since the start of the host.
   struct CpuStatEnt {
-    char name[16] = {};  ///< "cpu0", ...; NUL-padded. A name of 16 bytes or more has no NUL.
-    std::int64_t user = 0;
-    std::int64_t nice = 0;
-    std::int64_t system = 0;
-    std::int64_t idle = 0;
-    std::int64_t iowait = 0;
-    std::int64_t irq = 0;
-    std::int64_t softirq = 0;
+    char name[16] = {};        ///< "cpu0", ...; NUL-padded. A name of 16 bytes or more has no NUL.
+    std::int64_t user = 0;     ///< Running programs.
+    std::int64_t nice = 0;     ///< Running programs of lowered priority.
+    std::int64_t system = 0;   ///< Running the kernel.
+    std::int64_t idle = 0;     ///< Doing nothing.
+    std::int64_t iowait = 0;   ///< Doing nothing while a disk or the like is awaited.
+    std::int64_t irq = 0;      ///< Serving interrupts.
+    std::int64_t softirq = 0;  ///< Serving what interrupts put off.
   };
 
   /// One sample of all CPUs.

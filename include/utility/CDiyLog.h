@@ -18,8 +18,8 @@ namespace utility {
 ///
 /// gives "[1234,0] 2026/11/14 17:09:44    7 rules read".
 ///
-/// One object may be used by any number of threads; a line is written in one piece and is on its
-/// way to the disk when `write_log` returns. Objects and processes that append to one file do not
+/// One object may be used by any number of threads; a line is written in one piece and is
+/// with the kernel when `write_log` returns. Objects and processes that append to one file do not
 /// mix their lines either, but nothing else is agreed among them: the one that finds the file full
 /// deletes it, while the others go on in the deleted file until they find it full in turn.
 ///
@@ -59,7 +59,8 @@ class UTILITY_API CDiyLog {
   /// deleted and made again, empty; nothing is kept of the old one.
   ///
   /// Failures are not reported. Once writing or opening failed (a full disk), the object drops
-  /// every later line; before `init`, and for a null `format`, there is no line either.
+  /// every later line; closing tries the line that failed once more. Before `init`, and for a null
+  /// `format`, there is no line either.
   ///
   /// Takes a lock and may allocate: not for signal handlers, nor for the child of a fork() that
   /// another thread may have made amid a line.

@@ -38,6 +38,8 @@ class UTILITY_API CDump {
   ///
   /// @param out      receives the text; nothing is written to it when `outSize` is 0.
   /// @param outSize  the bytes that `out` has room for, the closing NUL included.
+  /// @param data     only read.
+  /// @param len      bytes.
   /// @return 0, also when the text was cut; 1 when `out` or `data` is null; 2 when there is no
   ///         memory for a line. On failure `out` is untouched.
   static int sndump(char* out, unsigned long outSize, char* data, unsigned long len);
@@ -48,8 +50,8 @@ class UTILITY_API CDump {
   /// The number of bytes per line.
   static unsigned long getmaxline();
 
- private:
-  static unsigned long m_max_line;  ///< bytes per line
+  /// Bytes per line of all dumps of the process; 16 at first.
+  static unsigned long m_max_line;
 };
 
 }  // namespace utility

@@ -5,6 +5,9 @@
 
 #include "utility/Export.h"
 
+/// @file
+/// Addresses of both kinds, `utility::CIPFormat`, and what it needs outside the namespace.
+
 /// Returns `value` with its four bytes in reverse order, whatever the host's byte order.
 UTILITY_API unsigned int ipv6_ntohl(unsigned int value);
 
@@ -24,8 +27,7 @@ namespace utility {
 ///
 /// Three forms of an address meet here:
 /// - the word form of IPv6: four `unsigned int` in host byte order. Word k holds the 16-bit group
-/// 2k
-///   in its high half and group 2k+1 in its low half; group 0 is the leftmost of the text.
+///   2k in its high half and group 2k+1 in its low half; group 0 is the leftmost of the text.
 /// - the byte form of IPv6: sixteen bytes as they travel on the wire.
 /// - the IPv4 value: one `unsigned int` with the first dotted part in the highest byte.
 ///
@@ -58,6 +60,7 @@ class UTILITY_API CIPFormat {
   /// Writes the dotted text of `value` with its NUL.
   ///
   /// @param buffer  room for 16 bytes.
+  /// @param value   the IPv4 value.
   /// @return the number of characters written, without the NUL.
   int ipv4_to_str(char* buffer, unsigned int value);
 
@@ -87,10 +90,12 @@ class UTILITY_API CIPFormat {
   /// Writes the full form of the four `words` with its NUL.
   ///
   /// @param buffer  room for 40 bytes.
+  /// @param words   the word form; only read.
   void ipv6_to_str(char* buffer, unsigned int* words);
 
   /// Reads IPv6 text, as `ipv6_to_i` does for 128 bits, into the byte form.
   ///
+  /// @param text   IPv6 text.
   /// @param bytes  receives sixteen bytes; zeros when `text` does not parse.
   void ipv6_str_to_uint8_array(const char* text, unsigned char* bytes);
 
@@ -117,7 +122,8 @@ class UTILITY_API CIPFormat {
   /// `field` read as a hexadecimal number and written in upper case without leading zeros.
   std::string delete_leading_zero(const char* field);
 
-  /// Removes every white-space character (blank, \t, \n, \v, \f, \r) from `text`, in place.
+  /// Removes every white-space character (blank, `\t`, `\n`, `\v`, `\f`, `\r`) from `text`, in
+  /// place.
   ///
   /// @return `text`.
   char* string_white_space_trim(char* text);
@@ -128,7 +134,7 @@ class UTILITY_API CIPFormat {
   /// Makes IPv4-mapped IPv6 text: "::ffff:" followed by `text` as it is.
   ///
   /// @return the mapped text; empty when `text` holds no "." or holds a ":". Nothing else is
-  /// checked.
+  ///         checked.
   std::string ipv4_to_ipv6(const std::string& text);
 
   /// Takes the dotted IPv4 text out of an IPv4-mapped address.

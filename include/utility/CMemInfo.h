@@ -43,7 +43,7 @@ class UTILITY_API CMemInfo {
   /// @param usage  receives percent, rounded half up to one decimal; 0 when the total is 0 kB.
   /// @return 0; 1 when the process's status file cannot be opened; 3 when `get_mem_stat` failed.
   /// On failure `usage` is untouched.
-  /// Source: /proc/<pid>/status in lines of at most 511 bytes, /proc/meminfo.
+  /// Source: `/proc/<pid>/status` in lines of at most 511 bytes, /proc/meminfo.
   static int get_process_mem_usage(const int& pid, double& usage);
 };
 

@@ -21,7 +21,7 @@ class UTILITY_API CNetInfo {
 
   /// One socket.
   struct NetLinkInfo {
-    std::string local_addr;   ///< As inet_ntop writes it: 127.0.0.1, ::1, ::ffff:127.0.0.1.
+    std::string local_addr;   ///< As inet_ntop writes it: "127.0.0.1", "::1", "::ffff:127.0.0.1".
     std::string remote_addr;  ///< The same; 0.0.0.0 or :: while there is no peer.
     std::string protocol;     ///< "tcp", "tcp6", "udp" or "udp6".
     std::string state;        ///< As `state2str` names it.
@@ -84,7 +84,7 @@ class UTILITY_API CNetInfo {
   ///
   /// @param infos  receives the records; appended to, never cleared.
   /// @return 0, or 16 when `infos` is empty afterwards.
-  /// Source: /proc/net/{tcp,tcp4,tcp6,udp,udp4,udp6}, proc(5).
+  /// Source: `/proc/net/{tcp,tcp4,tcp6,udp,udp4,udp6}`, proc(5).
   static int get_all_netlink_info(std::vector<NetLinkInfo>& infos);
 
   // ---- Interfaces ---------------------------------------------------------------------------
@@ -176,6 +176,7 @@ class UTILITY_API CNetInfo {
   ///
   /// @param name  the whole name; a part of one is not found. Labels of further addresses
   ///              ("eth0:1") have no counters.
+  /// @param stat  receives the counters.
   /// @return 0, 1, 3, 5, 6 or 7. On failure `stat` is untouched.
   /// Source: /proc/net/dev, proc(5).
   static int get_net_stat(const std::string& name, NetStat& stat);

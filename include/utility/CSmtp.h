@@ -73,10 +73,10 @@ class UTILITY_API CSmtp {
     std::string from;      ///< sender address
   };
 
-  /// The bits of the methods that a server offers.
-  static constexpr char kAuthLogin = 1;
-  static constexpr char kAuthPlain = 2;
-  static constexpr char kAuthCramMd5 = 4;
+  // The bits of the methods that a server offers.
+  static constexpr char kAuthLogin = 1;    ///< AUTH LOGIN
+  static constexpr char kAuthPlain = 2;    ///< AUTH PLAIN
+  static constexpr char kAuthCramMd5 = 4;  ///< AUTH CRAM-MD5
 
   /// Locked for the length of a session.
   static std::mutex m_mutex;
@@ -89,13 +89,13 @@ class UTILITY_API CSmtp {
   /// but a reply 250) ends the session before the text.
   ///
   /// @return 0, or the code of the first step that failed; 1 without touching the network for a
-  /// mail
-  ///         without server, sender, recipient or body.
+  ///         mail without server, sender, recipient or body.
   static int sendmail(send_mail_t& mail);
 
   /// Connects, authenticates if asked to, and offers the sender; no mail is sent.
   ///
-  /// @param flags  receives what worked: 1 connected, 2 authenticated, 4 sender accepted.
+  /// @param account  what is tested.
+  /// @param flags    receives what worked: 1 connected, 2 authenticated, 4 sender accepted.
   /// @return 0, or the code of the first step that failed; 1 without server or sender.
   static int testmail(test_mail_t& account, char& flags);
 
@@ -110,10 +110,10 @@ class UTILITY_API CSmtp {
   ///
   /// Belongs between `init` and `destroy`.
   ///
+  /// @param host  host name or dotted address.
   /// @param port  see send_mail_t.
   /// @param sock  receives the socket, which the caller closes, also when a later step fails;
-  /// untouched
-  ///              when it could not be created.
+  ///              untouched when it could not be created.
   /// @return 0, 2, 4, 5 or 11.
   static int connecttoserv(std::string host, short port, int& sock);
 
@@ -131,20 +131,24 @@ class UTILITY_API CSmtp {
   /// Reads into `buf` until the peer falls silent: for 5 times 3 s while nothing has come, for 5
   /// times 0.1 s after data. What exceeds `size` is left unread.
   ///
+  /// @param sock   the connected socket.
+  /// @param buf    receives the bytes; no NUL is added.
+  /// @param size   the room in `buf`.
   /// @param flags  for recv(2).
   /// @return the bytes read, or -8 or -17.
   static int recvex(int sock, char* buf, unsigned long size, int flags);
 
   /// Sends a command and reads its reply.
   ///
+  /// @param sock       the connected socket.
+  /// @param cmd        the command with its line end.
+  /// @param cmdLen     its bytes.
   /// @param replyMode  0 reads nothing, 1 reads once, other values read as `recvex` does.
   /// @param reply      zeroed over `replyLen` bytes first; not NUL-terminated when it is filled.
-  /// Not
-  ///                   used in mode 0. May be the command's own buffer.
+  ///                   Not used in mode 0. May be the command's own buffer.
   /// @param replyLen   the room in `reply`; receives the bytes read (0 when the peer has closed).
   /// @return 0; 1 for a null command or reply, a negative socket, a length below 1 or a failed
-  /// single
-  ///         read; 7; 8; 17.
+  ///         single read; 7; 8; 17.
   static int sendcmd(int sock, char* cmd, int cmdLen, int replyMode, char* reply, int& replyLen);
 
   /// Finds the authentication methods in a reply to EHLO.
@@ -167,8 +171,7 @@ class UTILITY_API CSmtp {
   /// give 1.
   ///
   /// @return 0; 1; 6; 7; 14; in CRAM-MD5 also 15 and what `CHmacMd5::hmac_md5` returns (1 for an
-  /// empty
-  ///         password or challenge).
+  ///         empty password or challenge).
   static int auth_cram_md5(int sock, std::string user, std::string password);
   /// See `auth_cram_md5`.
   static int auth_login(int sock, std::string user, std::string password);

@@ -79,7 +79,7 @@ class UTILITY_API CStr {
   static void ext_line(const std::string& separator, std::vector<std::string>& fields,
                        const std::string& text);
 
-  /// Splits `text` into words at runs of white space (blank, \t, \n, \v, \f, \r).
+  /// Splits `text` into words at runs of white space (blank, `\t`, `\n`, `\v`, `\f`, `\r`).
   static void ext_line(std::vector<std::string>& fields, const std::string& text);
 };
 

@@ -11,9 +11,8 @@ namespace utility {
 /// file in place, and restarting it.
 ///
 /// The file is /etc/NAME.conf and the service NAME, with the daemon's name as `set_syslog_name`
-/// left it
-/// ("syslog" at first). Lines are read in pieces of at most 1023 bytes; everything from a "#" on is
-/// a comment. Continued lines are not joined and include directives are not followed.
+/// left it ("syslog" at first). Lines are read in pieces of at most 1023 bytes; everything from a
+/// "#" on is a comment. Continued lines are not joined and include directives are not followed.
 ///
 /// Nothing throws or prints. The daemon's name is a process-wide value without a lock: set it
 /// before other threads use the family. Reading may run in parallel; **edits are made without a
@@ -66,8 +65,7 @@ class UTILITY_API CUnixLog {
   /// before the last ";" become part of the selectors.
   ///
   /// @return 0; 1 for an empty line (both outputs are untouched); 8 without an action: `obj` is
-  /// empty
-  ///         then and `src` holds the selectors before the last ";", each with its ";".
+  ///         empty then and `src` holds the selectors before the last ";", each with its ";".
   static int divide_src_obj(const std::string& line, std::string& src, std::string& obj);
 
   /// Reports each selector of one line, in order, as a rule.
@@ -76,8 +74,7 @@ class UTILITY_API CUnixLog {
   /// action, before the result tells of it.
   ///
   /// @return 0; 1 for an empty line; 8 when the action is missing or when a selector has no "."
-  /// (those
-  ///         behind it are not reported); 17 when the callback asked to stop.
+  ///         (those behind it are not reported); 17 when the callback asked to stop.
   static int parse_line(const std::string& line, Callback callback, void* context);
 
   /// Reports every rule of the configuration file, in file order.
@@ -106,6 +103,7 @@ class UTILITY_API CUnixLog {
 
   /// Looks for a rule that equals `data` in all three fields, byte for byte.
   ///
+  /// @param data   the rule to look for.
   /// @param found  receives the answer.
   /// @return 0, 3, 4 or 9; on failure `found` tells only of the lines before it.
   static int is_existed_data(const UnixLogData& data, bool& found);
@@ -123,8 +121,8 @@ class UTILITY_API CUnixLog {
   /// facility and level may be any text.
   ///
   /// @return 0; 12 when the rule is there; 20 or 21 for the action; a failure of `is_existed_data`
-  /// or of
-  ///         `put_line`; otherwise what `restart_syslog` returns. Up to 21 the file is untouched.
+  ///         or of `put_line`; otherwise what `restart_syslog` returns. Up to 21 the file is
+  ///         untouched.
   static int add_log_data(UnixLogData& data);
 
   /// Removes a rule from every line that holds it, in place, and restarts the daemon.
@@ -135,8 +133,7 @@ class UTILITY_API CUnixLog {
   /// size: spaces fill it up at the end.
   ///
   /// @return 0; 3; 4; 8 at a line that holds the text but has no action; 9; 10 when nothing matched
-  /// (the
-  ///         daemon is left alone); a failure of `sub_line`; otherwise what `restart_syslog`
+  ///         (the daemon is left alone); a failure of `sub_line`; otherwise what `restart_syslog`
   ///         returns. Lines edited before a failure stay edited.
   static int del_log_data(UnixLogData& data);
 
@@ -154,6 +151,7 @@ class UTILITY_API CUnixLog {
   /// @param file   open for reading and writing.
   /// @param start  byte offset, not after `end`.
   /// @param end    byte offset within the file.
+  /// @param text   what takes their place; only read.
   /// @return 0; 1 for a null file; 4; 9 when the bytes behind `end` cannot be read; 14; 15; 19.
   static int sub_line(FILE* file, long start, long end, std::string& text);
 

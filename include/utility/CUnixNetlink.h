@@ -14,11 +14,11 @@ class UTILITY_API CUnixNetlink {
  public:
   /// One socket.
   struct NetLinkInfo {
-    std::string local_addr;        ///< As inet_ntop writes it: 127.0.0.1, ::1, ::ffff:127.0.0.1.
-    std::string remote_addr;       ///< The same; 0.0.0.0 or :: while there is no peer.
-    std::string protocol;          ///< "tcp", "tcp6", "udp" or "udp6".
-    std::string state;             ///< As `state2str` names it.
-    unsigned int inode = 0;        ///< Inode number of the socket; 0 when no process holds it.
+    std::string local_addr;   ///< As inet_ntop writes it: "127.0.0.1", "::1", "::ffff:127.0.0.1".
+    std::string remote_addr;  ///< The same; 0.0.0.0 or :: while there is no peer.
+    std::string protocol;     ///< "tcp", "tcp6", "udp" or "udp6".
+    std::string state;        ///< As `state2str` names it.
+    unsigned int inode = 0;   ///< Inode number of the socket; 0 when no process holds it.
     unsigned int local_port = 0;   ///< 0 to 65535.
     unsigned int remote_port = 0;  ///< The same; 0 while there is no peer.
   };
@@ -76,7 +76,7 @@ class UTILITY_API CUnixNetlink {
   /// @return 0 when every existing table was read (or none exists), or 3 at the first one that
   ///         exists but cannot be opened. On failure `infos` keeps what was filled before the
   ///         failing step.
-  /// Source: /proc/net/{tcp,tcp4,tcp6,udp,udp4,udp6}, proc(5).
+  /// Source: `/proc/net/{tcp,tcp4,tcp6,udp,udp4,udp6}`, proc(5).
   static int get_all_netlink_infos(std::vector<NetLinkInfo>& infos);
 };
 

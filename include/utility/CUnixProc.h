@@ -80,7 +80,7 @@ class UTILITY_API CUnixProc {
   ///
   /// A process that is gone, or goes while it is read, is no failure: `data` then holds what was
   /// read before, at least the pid. `path`, `inodes` and `environ` are left alone where they cannot
-  /// be read, as those of another user's process.
+  /// be read, as those of another user's process. `inodes` is appended to.
   ///
   /// @return 0; 7; 9 or 12 when one of status, cmdline, stat and /proc/stat exists but cannot be
   ///         read or opened. On failure `data` keeps what was filled before the failing step.
@@ -91,11 +91,16 @@ class UTILITY_API CUnixProc {
   ///
   /// Processes that vanish while they are read are passed on too, see `get_proc_data`.
   ///
-  ///     int print(const CUnixProc::UnixProcData& data, void*) { return std::puts(data.cmd.c_str())
-  ///     < 0; } CUnixProc::get_all_proc_data(print, nullptr);
+  ///     int count(const CUnixProc::UnixProcData&, void* ctx) {
+  ///       ++*static_cast<int*>(ctx);
+  ///       return 0;
+  ///     }
+  ///     int processes = 0;
+  ///     CUnixProc::get_all_proc_data(count, &processes);
   ///
   /// @return 0; 1 for a null callback; 5 when /proc cannot be opened; 13 when the callback asked to
   ///         stop; a code of `get_proc_data`, which ends the walk at the process that gave it.
+  /// Source: the entries of /proc that read as a number, and what `get_proc_data` reads.
   static int get_all_proc_data(EnumCallback callback, void* ctx);
 
   /// True when every byte of `text` is a decimal digit; so too for the empty text, not for null.
@@ -122,9 +127,8 @@ class UTILITY_API CUnixProc {
 
   /// Reads the real user id from a status file.
   ///
-  /// @return 0, also without a "Uid:" line, where `uid` is untouched; 1 for an empty path; 7;
-  /// 9; 12.
-  ///         On failure `uid` is untouched.
+  /// @return 0, also without a "Uid:" line, where `uid` is untouched; 1 for an empty path; 7; 9;
+  ///         12. On failure `uid` is untouched.
   static int get_uid(const std::string& status_path, unsigned int& uid);
 
   /// The same for the real group id and the "Gid:" line.
@@ -179,6 +183,7 @@ class UTILITY_API CUnixProc {
   ///
   /// @return 0; 5 when /proc cannot be opened; 9, see `get_path_name`. On failure `paths` keeps
   ///         what was filled before the failing step.
+  /// Source: /proc/<pid>/exe of all processes.
   static int get_all_path_name(std::vector<std::string>& paths);
 
   /// Appends the inode numbers of the sockets in a descriptor directory, in its order.
@@ -203,7 +208,8 @@ class UTILITY_API CUnixProc {
   static int filter_procs_by_ppid(const UnixProcData& data, void* ctx);
 
   /// Starts a command as a daemon: in a session of its own, with init as its parent, no signal
-  /// blocked, standard input, output and error on /dev/null and every other descriptor closed.
+  /// blocked, standard input, output and error on /dev/null and every other descriptor below the
+  /// soft limit of open files closed.
   ///
   /// Returns when the command is detached; whether it ran is not known. The text goes through the
   /// shell: bytes that are neither letters nor digits are escaped in the executable's file name
@@ -228,7 +234,8 @@ class UTILITY_API CUnixProc {
   static int kill_proc(int pid);
 
   /// Kills every process that matches `key`, again and again until a walk over the table finds
-  /// none that is more than a zombie.
+  /// none that is more than a zombie. What was restarted by then is killed too; what is restarted
+  /// later lives on, so a supervisor is best killed first.
   ///
   /// A key that names an existing file matches as in `filter_procs_by_pathname`, another as in
   /// `filter_procs_by_procname`. Mind that the caller itself may match, that short paths such as
@@ -260,6 +267,7 @@ class UTILITY_API CUnixProc {
   /// Appends one record for every process that has files mapped and lets them be read.
   ///
   /// @return 0, or 5 when /proc cannot be opened, where `infos` is untouched.
+  /// Source: /proc/<pid>/maps of all processes.
   static int get_all_proc_map_info(std::vector<UnixProcMapInfo>& infos);
 };
 

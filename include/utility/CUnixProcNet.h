@@ -22,10 +22,10 @@ class UTILITY_API CUnixProcNet {
     unsigned long inode = 0;       ///< Inode number, 32 bits; 0 when no process holds the socket.
     unsigned int local_port = 0;   ///< 0 to 65535.
     unsigned int remote_port = 0;  ///< The same; 0 while there is no peer.
-    std::string local_addr;        ///< As inet_ntop writes it: 127.0.0.1, ::1, ::ffff:127.0.0.1.
-    std::string remote_addr;       ///< The same; 0.0.0.0 or :: while there is no peer.
-    std::string protocol;          ///< "tcp", "tcp6", "udp" or "udp6".
-    std::string state;             ///< As `state2str` names it.
+    std::string local_addr;   ///< As inet_ntop writes it: "127.0.0.1", "::1", "::ffff:127.0.0.1".
+    std::string remote_addr;  ///< The same; 0.0.0.0 or :: while there is no peer.
+    std::string protocol;     ///< "tcp", "tcp6", "udp" or "udp6".
+    std::string state;        ///< As `state2str` names it.
   };
 
   /// One socket table and how its lines are read.
@@ -94,7 +94,7 @@ class UTILITY_API CUnixProcNet {
   /// @param root   as in `init_net_file`.
   /// @param infos  receives the records; appended to, never cleared.
   /// @return 0 always, also when there is no table.
-  /// Source: <root>/proc/net/{tcp,tcp4,tcp6,udp,udp4,udp6}, proc(5).
+  /// Source: `<root>/proc/net/{tcp,tcp4,tcp6,udp,udp4,udp6}`, proc(5).
   static int get_net_info(const std::string& root, std::vector<NetInfo>& infos);
 
   /// True when `name` is made of decimal digits only, as the names of processes and descriptors
@@ -119,7 +119,7 @@ class UTILITY_API CUnixProcNet {
   ///
   /// Descriptors that vanish or cannot be examined are passed over.
   ///
-  /// @param fd_dir  the directory of the descriptors: /proc/<pid>/fd.
+  /// @param fd_dir  the directory of the descriptors: `/proc/<pid>/fd`.
   /// @param inodes  receives the numbers in listing order; appended to, never cleared.
   /// @return 0 when `inodes` holds anything afterwards, from before the call too; 1 when `fd_dir`
   ///         is null; 2 when `inodes` is still empty; 4 when the directory cannot be opened. On
@@ -146,7 +146,7 @@ class UTILITY_API CUnixProcNet {
   /// @param out  receives the records in the order of the /proc listing, then of the descriptors,
   ///             then of the tables; appended to, never cleared.
   /// @return 0, or 4 when /proc cannot be opened. On failure `out` is untouched.
-  /// Source: /proc/<pid>/fd, /proc/<pid>/root, <root>/proc/net.
+  /// Source: `/proc/<pid>/fd`, `/proc/<pid>/root`, `<root>/proc/net`.
   static int get_proc_net_info(std::vector<ProcNetInfo>& out);
 };
 

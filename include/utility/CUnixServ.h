@@ -15,6 +15,7 @@ namespace utility {
 /// state, and calls may run in parallel.
 class UTILITY_API CUnixServ {
  public:
+  /// One service.
   struct UnixServData {
     std::string name;         ///< the name of the script in /etc/init.d
     std::string status;       ///< "running", "stopped" or "-" for unknown, as `getstatus` has it
@@ -27,6 +28,7 @@ class UTILITY_API CUnixServ {
   /// running; "is stopped", the Chinese word for stopped (in UTF-8) and "not running" mean stopped.
   /// A text that holds phrases of both kinds counts as running.
   ///
+  /// @param text    what the command printed.
   /// @param status  receives "running", "stopped" or "-".
   /// @return always 0.
   static int getstatus(const std::string& text, std::string& status);
@@ -58,8 +60,7 @@ class UTILITY_API CUnixServ {
   /// Runs "service NAME start"; its output goes where the caller's goes.
   ///
   /// @return 0; 2 for an empty name (nothing is run); 6 when the command ended with a failure or by
-  /// a
-  ///         signal.
+  ///         a signal.
   static int start_serv(const std::string& name);
 
   /// Runs "service NAME stop"; otherwise as `start_serv`.

@@ -36,7 +36,7 @@ class UTILITY_API CUnixTools {
   /// Tells what `path` is, links not followed.
   ///
   /// @return 1 a directory, 2 a regular file, 3 a symbolic link, 255 anything else or not
-  /// examinable.
+  ///         examinable.
   static int file_type(const char* path);
 
   /// Returns the whole mode word of `path` (type bits included), links followed; 0 when it cannot
@@ -45,6 +45,7 @@ class UTILITY_API CUnixTools {
 
   /// Creates an empty file.
   ///
+  /// @param path  the file.
   /// @param mode  the permission bits, subject to the process's umask.
   /// @return 0; 3 when `path` exists (it is untouched); 7 when it cannot be created.
   static int create_file(const char* path, const unsigned long& mode);
@@ -66,17 +67,17 @@ class UTILITY_API CUnixTools {
   /// files they point to. Paths are formed in 1023 bytes; longer ones are cut.
   ///
   /// @return the status of the last entry in listing order (0 for none), so a failure before it is
-  /// not
-  ///         reported: 1 a file or directory could not be opened, 13 the entry is of a kind that is
-  ///         not copied. 1 also when `source` itself cannot be listed.
+  ///         not reported: 1 a file or directory could not be opened, 13 the entry is of a kind
+  ///         that is not copied. 1 also when `source` itself cannot be listed.
   static int copy_directory(const char* source, const char* target);
 
   /// Copies a directory, a regular file or the file behind a link.
   ///
+  /// @param source     what is copied.
+  /// @param target     the copy's path, its own name included.
   /// @param overwrite  whether an existing target may be replaced.
   /// @return 4 when `source` does not exist; 3 when `target` exists and `overwrite` is false; 13
-  /// when
-  ///         `source` is of a kind that is not copied; otherwise what the copy returns.
+  ///         when `source` is of a kind that is not copied; otherwise what the copy returns.
   static int copy_file(const char* source, const char* target, const bool& overwrite);
 
   /// Copies as `copy_file` does and then removes the source; never renames, so file systems may
@@ -86,7 +87,7 @@ class UTILITY_API CUnixTools {
   /// and is lost.** Callers that cannot afford this use `copy_file` and `rm_file`.
   ///
   /// @return 4 and 3 as for `copy_file` (nothing is touched then); otherwise what `rm_file`
-  /// returns.
+  ///         returns.
   static int move_file(const char* source, const char* target, const bool& overwrite);
 
   /// Removes a directory with everything in it; links in it are removed, not followed.
@@ -126,11 +127,12 @@ class UTILITY_API CUnixTools {
   /// The text goes to /bin/sh as it stands. Empty lines are appended too. The command's exit status
   /// is not reported.
   ///
+  /// @param command      the shell command.
+  /// @param lines        receives the lines; appended to, never cleared.
   /// @param line_length  a piece holds at most `line_length` - 1 bytes before it is trimmed; a
-  /// longer
-  ///                     line arrives in several. Below 2 nothing is appended.
-  /// @return 0; 9 for a null command; 2 when the pipe or the line buffer cannot be had. `lines` is
-  ///         never cleared, and untouched on failure.
+  ///                     longer line arrives in several. Below 2 nothing is appended.
+  /// @return 0; 9 for a null command; 2 when the pipe or the line buffer cannot be had. On failure
+  ///         `lines` is untouched.
   static int exec_cmd_results(const char* command, std::vector<std::string>& lines,
                               const int& line_length);
 
@@ -144,8 +146,8 @@ class UTILITY_API CUnixTools {
   /// none.
   static std::string get_process_user();
 
-  /// Returns the executable's path of process `pid` (the link /proc/<pid>/exe, at most 1024 bytes
-  /// of it); empty when the link cannot be read.
+  /// Returns the executable's path of process `pid` (the link `/proc/<pid>/exe`, at most 1024
+  /// bytes of it); empty when the link cannot be read.
   static std::string get_process_path(const int& pid);
 
   /// Opens a TCP port in the host's firewall.
@@ -184,6 +186,7 @@ class UTILITY_API CUnixTools {
   /// cannot be written, leaves the rule file as it was. There is no lock: callers serialise their
   /// edits.
   ///
+  /// @param file  the path of the rule file.
   /// @param rule  the line with its line feed.
   static void appand_rule(const std::string& file, const std::string& rule);
 
@@ -205,11 +208,9 @@ class UTILITY_API CUnixTools {
   /// Tells which edition of the agent is installed, and for which distribution family.
   ///
   /// @param edition       2 when the installation directory contains "pxqnt", else 1 when it
-  /// contains
-  ///                      "vek", else 0.
+  ///                      contains "vek", else 0.
   /// @param distribution  0 centos, 1 ubuntu, 2 suse, 3 debian: the first of these names that
-  /// exists in
-  ///                      the installation directory. Untouched when none does.
+  ///                      exists in the installation directory. Untouched when none does.
   static void get_oem_and_issue(int& edition, int& distribution);
 
   /// Returns the value of an entry in the file "command_control" of the installation directory.

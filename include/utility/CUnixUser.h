@@ -77,6 +77,7 @@ class UTILITY_API CUnixUser {
   ///
   /// @param callback  called with the record, which lives for that call only, and `context`;
   ///                  anything but 0 stops the walk. A null callback is not called.
+  /// @param context   handed to the callback as it is.
   /// @return 0 when the entries ran out; 20 when the callback stopped the walk.
   /// Source: setpwent, getpwent, endpwent(3).
   static int get_all_user_data(int (*callback)(const UnixUserData&, void*), void* context);
@@ -86,6 +87,7 @@ class UTILITY_API CUnixUser {
 
   /// Tells whether /etc/passwd itself has a line for `name`; accounts from elsewhere do not count.
   ///
+  /// @param name   compared byte for byte.
   /// @param found  receives 1 or 0.
   /// @return 0; 22 when the file cannot be opened. On failure `found` is untouched.
   static int is_user_exist(const std::string& name, int& found);
@@ -122,6 +124,7 @@ class UTILITY_API CUnixUser {
   /// password. No shell is involved. The calling thread takes no SIGPIPE meanwhile, and the copy of
   /// the password that was made here is wiped.
   ///
+  /// @param name      login name.
   /// @param password  in clear text.
   /// @return 0 when the tool was fed and has ended, **whether or not it set the password** or could
   ///         be run at all; 4 for an empty `name`; 11 when there is no such user; 21 when the pipe,
@@ -153,6 +156,7 @@ class UTILITY_API CUnixUser {
   ///
   /// @param callback  called with the record, which lives for that call only, and `context`;
   ///                  anything but 0 stops the walk. A null callback is not called.
+  /// @param context   handed to the callback as it is.
   /// @return 0 when the entries ran out; 3 when the database reported an error (the callback has
   ///         seen the groups before it); 20 when the callback stopped the walk.
   /// Source: setgrent, getgrent, endgrent(3).
@@ -163,6 +167,7 @@ class UTILITY_API CUnixUser {
 
   /// Tells whether /etc/group itself has a line for `name`; groups from elsewhere do not count.
   ///
+  /// @param name   compared byte for byte.
   /// @param found  receives 1 or 0.
   /// @return 0; 22 when the file cannot be opened. On failure `found` is untouched.
   static int is_group_exist(const std::string& name, int& found);
@@ -214,6 +219,7 @@ class UTILITY_API CUnixUser {
   ///   line of their own.
   /// - The new file takes over mode and owner.
   ///
+  /// @param name     group name.
   /// @param members  the new list; names without ",", ":" or line feed, none of which is checked.
   /// @return 0; 3 when /etc/group has no line for `name`; 22 when /etc/group or the working copy
   ///         cannot be opened.

@@ -6,11 +6,12 @@
 
 #include "utility/Export.h"
 
-// Two reversible transformations of strings: XXTEA (Corrected Block TEA, 128-bit key, the length of
-// the plaintext kept in a word behind it) and a keyless substitution of hex digits.
-//
-// Neither authenticates what it decrypts, and the second is an obfuscation only, whatever its name
-// says. All operations may run on any number of threads at once.
+/// @file
+/// Two reversible transformations of strings: XXTEA (Corrected Block TEA, 128-bit key, the length
+/// of the plaintext kept in a word behind it) and a keyless substitution of hex digits.
+///
+/// Neither authenticates what it decrypts, and the second is an obfuscation only, whatever its name
+/// says. All operations may run on any number of threads at once.
 namespace utility {
 
 /// Enciphers `data` with XXTEA.
@@ -30,7 +31,8 @@ UTILITY_API std::string xxtea_decrypt(const std::string& data, std::string key);
 
 /// `xxtea_encrypt` for plain memory.
 ///
-/// @param data    `len` bytes.
+/// @param data    any bytes.
+/// @param len     their count.
 /// @param key     16 bytes, all readable; those behind the first zero byte count as zero.
 /// @param outLen  receives the size of the result; 0 on failure.
 /// @return the ciphertext with one zero byte behind it, to be released with `free`; null where the
@@ -44,7 +46,8 @@ UTILITY_API void* xxtea_decrypt(const void* data, std::size_t len, const void* k
 
 /// Packs bytes into words, the first byte lowest, the last word filled up with zeros.
 ///
-/// @param data           `len` bytes.
+/// @param data           any bytes.
+/// @param len            their count.
 /// @param includeLength  whether one more word, holding `len`, is appended.
 /// @param outCount       receives the count of words; 0 on failure.
 /// @return the words, to be released with `free`; null without memory.
@@ -53,10 +56,10 @@ UTILITY_API std::uint32_t* xxtea_to_uint_array(const void* data, std::size_t len
 
 /// Unpacks words into bytes; the reverse of `xxtea_to_uint_array`.
 ///
-/// @param words          `count` words.
+/// @param words          the words.
+/// @param count          their count.
 /// @param includeLength  whether the last word is the length of the result; it must then lie
-/// between
-///                       4 * count - 7 and 4 * count - 4.
+///                       between 4 * count - 7 and 4 * count - 4.
 /// @param outLen         receives the size of the result; 0 on failure.
 /// @return the bytes with one zero byte behind them, to be released with `free`; null where the
 ///         length word does not fit and without memory.

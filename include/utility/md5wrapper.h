@@ -30,8 +30,7 @@ class UTILITY_API md5wrapper {
   /// The digest of the file `path`, read as fopen(3) and fread(3) have it.
   ///
   /// @return the digest, or "-1" when the file cannot be opened. A read error ends the digest at
-  /// the
-  ///         bytes read, so a directory has the digest of no bytes.
+  ///         the bytes read, so a directory has the digest of no bytes.
   std::string getHashFromFile(const std::string& path);
 
   /// Writes a digest of 16 bytes, which is only read, as hex text.

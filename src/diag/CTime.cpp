@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <ctime>
 
-#include "diag/local_time.h"
+#include "base/local_time.h"
 
 namespace utility {
 namespace {

@@ -12,7 +12,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "base/handles.h"
+#include "base/database_entry.h"
 #include "mail/receive.h"
 #include "utility/CSmtp.h"
 
@@ -26,9 +26,6 @@ constexpr int kReplySeconds = 300;
 constexpr int kFirstReplyMs = 3000;
 constexpr int kSilenceMs = 100;
 constexpr int kIdleRounds = 5;
-
-// Larger answers of the host and services databases are taken for damage.
-constexpr std::size_t kLargestEntry = 1U << 20;
 
 enum class Wait { kReadable, kTimedOut, kFailed };
 
@@ -61,32 +58,14 @@ void set_timeout(int sock, int option, timeval limit) {
   ::setsockopt(sock, SOL_SOCKET, option, &limit, sizeof limit);
 }
 
-// Runs one of the *_r look-ups with a buffer that grows until the answer fits; false without an
-// answer.
-template <class Lookup>
-bool look_up(const Lookup& lookup) {
-  for (std::size_t size = 1024; size <= kLargestEntry; size *= 4) {
-    const detail::Buffer buffer = detail::make_buffer(size);
-    if (!buffer) return false;
-    const int error = lookup(buffer.get(), size);
-    if (error != ERANGE) return error == 0;
-  }
-  return false;
-}
-
 bool resolve_host(const std::string& host, in_addr& address) {
-  return look_up([&](char* buffer, std::size_t size) {
-    hostent entry{};
-    hostent* found = nullptr;
+  const detail::DatabaseEntry<hostent> entry([&](auto... out) {
     int reason = 0;
-    const int error = ::gethostbyname_r(host.c_str(), &entry, buffer, size, &found, &reason);
-    if (error != 0) return error;
-    if (found == nullptr || found->h_addrtype != AF_INET || found->h_addr_list[0] == nullptr) {
-      return ENOENT;
-    }
-    std::memcpy(&address, found->h_addr_list[0], sizeof address);
-    return 0;
+    return ::gethostbyname_r(host.c_str(), out..., &reason);
   });
+  if (!entry || entry->h_addrtype != AF_INET || entry->h_addr_list[0] == nullptr) return false;
+  std::memcpy(&address, entry->h_addr_list[0], sizeof address);
+  return true;
 }
 
 // In network order.
@@ -95,15 +74,10 @@ bool resolve_port(short port, in_port_t& number) {
     number = htons(static_cast<std::uint16_t>(port));
     return true;
   }
-  return look_up([&](char* buffer, std::size_t size) {
-    servent entry{};
-    servent* found = nullptr;
-    const int error = ::getservbyname_r("smtp", nullptr, &entry, buffer, size, &found);
-    if (error != 0) return error;
-    if (found == nullptr) return ENOENT;
-    number = static_cast<in_port_t>(found->s_port);
-    return 0;
-  });
+  const detail::DatabaseEntry<servent> entry(
+      [](auto... out) { return ::getservbyname_r("smtp", nullptr, out...); });
+  if (entry) number = static_cast<in_port_t>(entry->s_port);
+  return static_cast<bool>(entry);
 }
 
 }  // namespace

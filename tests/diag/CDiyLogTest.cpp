@@ -43,7 +43,7 @@ TEST_F(CDiyLog, CutsMessagesAndRestartsTheFileAtTheirBounds) {
 }
 
 TEST_F(CDiyLog, StampsEveryLine) {
-  ::setenv("TZ", "UTX-5:30", 1);
+  ::setenv("TZ", "ABC-5:30", 1);
   for (const std::string& id : {std::string(), "[" + std::to_string(::getpid()) + ",0] "}) {
     utility::CDiyLog stamped;
     ASSERT_TRUE(stamped.init(path, id.empty() ? 3 : 6));

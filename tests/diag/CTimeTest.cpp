@@ -15,10 +15,10 @@ TEST(CTime, FormatsIntoTheRoomGiven) {
   EXPECT_EQ(CTime::chtm_base(0, 1, format, nullptr, 64), nullptr);
   EXPECT_STREQ(out, "kept");
   for (int size : {19, 0, -1}) EXPECT_EQ(CTime::chtm_base(0, 1, format, out, size), nullptr);
-  ::setenv("TZ", "UTX-5:30", 1);
+  ::setenv("TZ", "ABC-5:30", 1);
   EXPECT_STREQ(CTime::chtm_base(1000000000, 1, format, out, 20), "2001-09-09 01:46:40");
   EXPECT_STREQ(CTime::chtm_base(1000000000, 0, format, out, 64), "2001-09-09 07:16:40");
-  ::setenv("TZ", "YYY+1", 1);  // counts from now on
+  ::setenv("TZ", "DEF+1", 1);  // counts from now on
   EXPECT_STREQ(CTime::get_local_time_yyyymmdd(3599, out, 11), "1969-12-31");
   EXPECT_STREQ(CTime::get_local_time_all(3599, out, 64), "Wed Dec 31 23:59:59 1969");
   EXPECT_STREQ(CTime::get_local_time_4_mysql(3599, out, 64), "1969-12-31 23:59:59");

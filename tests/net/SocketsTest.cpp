@@ -26,12 +26,13 @@ using Texts = std::vector<std::string>;
 
 // A line as the kernel writes it.
 std::string kernel_line(bool v4, int port) {
-  char hex[8];
-  std::snprintf(hex, sizeof hex, ":%04X ", static_cast<unsigned>(port));
-  return (v4 ? "   0: 0100007F" : "   0: B80D0120000000000000000001000000") + std::string(hex) +
-         (v4 ? "00000000:0000 0A" : "0000000000000000FFFF00000100007F:01BB 01") +
-         " 00000000:00000000 00:00000000 00000000     0        0 " + (v4 ? "12345" : "4294967295") +
-         " 1 0000000000000000 100 0 0 10 0\n";
+  char text[256];
+  std::snprintf(text, sizeof text,
+                "   0: %s:%04X %s 00000000:00000000 00:00000000 00000000     0        0 %s 1 0\n",
+                v4 ? "0100007F" : "B80D0120000000000000000001000000", static_cast<unsigned>(port),
+                v4 ? "00000000:0000 0A" : "0000000000000000FFFF00000100007F:01BB 01",
+                v4 ? "12345" : "4294967295");
+  return text;
 }
 
 // Any of the records as "protocol local:port remote:port state".
@@ -74,7 +75,7 @@ TEST(SocketLine, IsReadByTheThreeClasses) {
        "\t-7:\t10100007f:0xffff ff:1 0C 0:0 0:0 0\t-1 0 -2junk",
        "127.0.0.1:65535 255.0.0.0:1 UNKNOWN", 4294967294U},
       {"IPv6 words that are no eight digits", false, "1: 0000:1 0:0 01 0:0 0:0 0 0 0 1", "", 5},
-      {"one column too few", true, "0: 0100007F:0016 0:0 0A 0:0 0:0 0 0 0", "", 5},
+      {"one column too few", true, kernel_line(true, 22).substr(0, 91), "", 5},
       {"one column too few, IPv6", false, kernel_line(false, 80).substr(0, 139), "", 5},
       {"a timer that is not decimal", true, "0: 0:0 0:0 0A 0:0 0A:0 0 0 0 1", "", 5}};
   for (const auto& [sentence, v4, line, expected, inode] : rows) {
@@ -144,8 +145,7 @@ void check_file(int (*read)(const Row&, std::vector<Record>&), const std::string
   EXPECT_EQ(read({"/none", "word", note_line}, records), failure);
   const AllocFault no_line_buffer(0);
   EXPECT_EQ(read({file.c_str(), "word", note_line}, records), failure);
-  ASSERT_EQ(records.size(), 1U);
-  EXPECT_EQ(records[0].protocol + records[0].local_addr, "wordlast");
+  EXPECT_EQ(records.at(0).protocol + records.back().local_addr, "wordlast");
 }
 
 TEST(SocketTable, IsCutIntoLines) {
@@ -309,12 +309,9 @@ TEST(ProcNet, MatchesEachProcessAgainstTheTablesOfItsRoot) {
 TEST(ProcNet, FormsPaths) {
   EXPECT_TRUE(CUnixProcNet::is_proc_info_dir("0123456789") && CUnixProcNet::is_proc_info_dir(""));
   EXPECT_FALSE(CUnixProcNet::is_proc_info_dir("self") || CUnixProcNet::is_proc_info_dir("1a"));
+  const std::string base(1021, 'b');
+  EXPECT_EQ(CUnixProcNet::make_proc_path(base.c_str(), "n", "s"), base + "/n/");
   EXPECT_EQ(CUnixProcNet::make_proc_path(nullptr, "42", nullptr), "/proc/42");
-  for (std::size_t size = 1018; size < 1028; ++size) {
-    const std::string base(size, 'b');
-    EXPECT_EQ(CUnixProcNet::make_proc_path(base.c_str(), "n", "s"),
-              (base + "/n/s").substr(0, 1024));
-  }
 }
 
 TEST(ProcNet, MatchesInDescriptorThenTableOrder) {

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <cerrno>
+#include <cstddef>
+#include <utility>
+
+#include "base/handles.h"
+
+namespace utility::detail {
+
+/// One entry of a database of the C library (users, groups, hosts, services), as the *_r look-ups
+/// find it, in memory of its own.
+template <class Entry>
+class DatabaseEntry {
+ public:
+  /// `fetch(entry, text, size, found)` is one of the getpwnam_r family with its key bound; it
+  /// returns an error number, ERANGE where `size` bytes are too few.
+  template <class Fetch>
+  explicit DatabaseEntry(Fetch fetch) noexcept {
+    for (std::size_t size = 1024; size <= kLargest; size *= 4) {
+      Buffer text = make_buffer(size);
+      if (!text) return;
+      Entry* found = nullptr;
+      const int error = fetch(&entry_, text.get(), size, &found);
+      if (error == ERANGE) continue;
+      is_found_ = error == 0 && found != nullptr;
+      text_ = std::move(text);
+      return;
+    }
+  }
+
+  /// False when there is no such entry or it could not be read.
+  explicit operator bool() const noexcept { return is_found_; }
+  const Entry& operator*() const noexcept { return entry_; }
+  const Entry* operator->() const noexcept { return &entry_; }
+
+ private:
+  // Room for a group of a million members; a database that asks for more is damaged.
+  static constexpr std::size_t kLargest = std::size_t{1} << 26;
+
+  Entry entry_{};
+  Buffer text_;
+  bool is_found_ = false;
+};
+
+}  // namespace utility::detail
