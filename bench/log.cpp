@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <ctime>
 #include <fstream>
+#include <iomanip>
+#include <iterator>
 #include <memory>
 #include <string>
 
@@ -25,12 +27,7 @@ class PlainLog {
 
   void write(const char* text) {
     const std::time_t now = std::time(nullptr);
-    std::tm at{};
-    ::localtime_r(&now, &at);
-    char prefix[64];
-    std::snprintf(prefix, sizeof prefix, "%4d/%02d/%02d %02d:%02d:%02d    ", at.tm_year + 1900,
-                  at.tm_mon + 1, at.tm_mday, at.tm_hour, at.tm_min, at.tm_sec);
-    stream_ << prefix << text << std::endl;
+    stream_ << std::put_time(std::localtime(&now), "%Y/%m/%d %H:%M:%S    ") << text << std::endl;
     if (stream_.tellp() < kSizeLimit) return;
     stream_.close();
     std::remove(path_.c_str());

@@ -73,6 +73,7 @@ bool open_sockets(int family, int count) {
 
 [[noreturn]] void be_process(int number, int files, int sockets) {
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+  ::close_range(kControl + 1, ~0U, 0);  // what this program was started with
   bool ready = open_sockets(number % 2 == 0 ? AF_INET : AF_INET6, sockets);
   for (int i = 0; i < files; ++i) ready = ::open("/proc/self/exe", O_RDONLY) >= 0 && ready;
   report(ready);
@@ -113,11 +114,11 @@ Load::Load(const LoadShape& shape) : control_(-1), pid_(-1) {
     ::_exit(127);
   }
   ::close(ends[1]);
-  for (int i = 0; i < shape.processes; ++i) {
-    char ready = 0;
-    require(::read(control_, &ready, 1) == 1 && ready == 1,
-            "a process of the load could not be made ready");
-  }
+  // One call, since the calls of this program are counted.
+  std::string reports(static_cast<std::size_t>(shape.processes), '\0');
+  const ssize_t got = ::recv(control_, reports.data(), reports.size(), MSG_WAITALL);
+  require(got == shape.processes && reports.find('\0') == std::string::npos,
+          "a process of the load could not be made ready");
 }
 
 Load::~Load() {
