@@ -4,7 +4,6 @@
 #include <litexml.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -58,16 +57,14 @@ class CXmlExTest : public ::testing::Test {
 };
 
 TEST_F(CXmlExTest, ReadsTextAndAttributes) {
-  const std::pair<const char*, const char*> kRows[] = {
-      {"log", " old A&B "},
-      {"/config/log", " old A&B "},
-      {"query", "a < b"},
-      {"blank", "   "},
-      {"list", ""},
-      {"mixed", "onetwo"},
-      {"list/item", "\xe4\xb8\xad"},
-      {"list/item[@id='2']", ""},
-  };
+  const std::pair<const char*, const char*> kRows[] = {{"log", " old A&B "},
+                                                       {"/config/log", " old A&B "},
+                                                       {"query", "a < b"},
+                                                       {"blank", "   "},
+                                                       {"list", ""},
+                                                       {"mixed", "onetwo"},
+                                                       {"list/item[@id='2']", ""},
+                                                       {"list/item", "\xe4\xb8\xad"}};
   for (const auto& [xpath, expected] : kRows) EXPECT_EQ(get(xpath), expected) << xpath;
   EXPECT_EQ(get("s:server", "name") + get("s:server", "none"), "a\"b");
 }
@@ -132,16 +129,13 @@ TEST_F(CXmlExTest, RefusesWithoutTouchingTheFile) {
 }
 
 TEST_F(CXmlExTest, AFailedSaveLeavesTheFile) {
-  const pid_t child = ::fork();
-  if (child == 0) {
-    ::signal(SIGXFSZ, SIG_IGN);
+  const auto with_little_room = [this] {
     const rlimit limit{sizeof kConfig + 10, sizeof kConfig + 10};
+    static_cast<void>(::signal(SIGXFSZ, SIG_IGN));
     ::setrlimit(RLIMIT_FSIZE, &limit);
     ::_exit(text("empty", std::string(100, 'x')) || add("list/a_name_too_many") ? 1 : 0);
-  }
-  int status = 1;
-  ASSERT_EQ(::waitpid(child, &status, 0), child);
-  EXPECT_EQ(status, 0);
+  };
+  EXPECT_EXIT(with_little_room(), testing::ExitedWithCode(0), "");
   EXPECT_EQ(dir_.read("c.xml"), kConfig);
 }
 
