@@ -82,8 +82,8 @@ class UTILITY_API CCSV {
   /// Moves the current position.
   ///
   /// @param pos  0 to the number of records, or -1 for the end.
-  /// @return false, with the position kept and a message (in GBK) on standard output, for any
-  /// other.
+  /// @return false for any other; the position is kept then, and a message in GBK goes to standard
+  ///         output.
   bool SetCurPos(int pos);
 
   /// Moves the stream to where the current record begins; position 0 is the file's start, the
@@ -121,14 +121,12 @@ class UTILITY_API CCSV {
   /// goes to standard output: the size of the last, partial block of these bytes, if there is one,
   /// and "delete file successfully" or "file not delete".
   ///
-  /// @param fields  a record array. Its strings are quoted as by `TransfromCsv`, which replaces
-  /// them:
-  ///                they must come from `new[]`. It stays the caller's.
+  /// @param fields  a record array; stays the caller's. Its strings are quoted as by
+  ///                `TransfromCsv`, which replaces them, so they must come from `new[]`.
   /// @param count   the number of fields to write, at least 1; empty ones count.
-  /// @return false when nothing is open, `fields` is null, `count` is below 1, the position is gone
-  /// (see
-  ///         `MoveFpPos`), memory is short, the temporary file cannot be made (a message in GBK
-  ///         says so), or a write fails. On failure the file is as it was.
+  /// @return false when nothing is open, `fields` is null, `count` is below 1, `MoveFpPos` would
+  ///         fail, memory is short, the temporary file cannot be made (a message in GBK says so),
+  ///         or a write fails. On failure the file is as it was.
   bool WriteRecord(const char** fields, int count);
 
   /// Deletes the record at the current position by blanking it, line end included; the blanks

@@ -10,9 +10,8 @@ namespace utility {
 /// only if it changed something.
 ///
 /// The work is done by the document library `liblitexml_linux.so`. The path expression goes to it
-/// unchanged: an XPath 1.0 expression, evaluated at the root element ("server/port" is below the
-/// root,
-/// "/config/server/port" names the root too); the first match counts, and it must be an element.
+/// unchanged: an XPath 1.0 expression, evaluated at the root element. "server/port" is below the
+/// root, "/config/server/port" names the root too. The first match counts; it must be an element.
 ///
 /// Strings are bytes in the file's own encoding, as its declaration has it (UTF-8 without one), and
 /// end at their first NUL byte. Values are plain text; what XML needs escaped is escaped. An edit
@@ -29,8 +28,7 @@ class UTILITY_API CXmlEx {
   /// Sets the text of the node at `xpath`; its child elements stay.
   ///
   /// @return false when the file cannot be read as XML, nothing matches, or saving fails. On
-  /// failure
-  ///         the file is as it was, unless the disk fails in the middle of writing.
+  ///         failure the file is as it was, unless the disk fails in the middle of writing.
   static bool write_xml_node(const std::string& file, const std::string& xpath,
                              const std::string& value);
 
