@@ -90,7 +90,7 @@ int main(int argc, char** argv) {
   for (int option = 0; (option = ::getopt(argc, argv, "p:u:s:c:")) != -1;) {
     switch (option) {
       case 'p':
-        mail.port = static_cast<short>(std::atoi(optarg));
+        mail.port = static_cast<short>(std::strtol(optarg, nullptr, 10));
         break;
       case 'u':
         mail.user = optarg;

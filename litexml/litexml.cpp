@@ -91,10 +91,18 @@ bool is_text(const pugi::xml_node& node) {
   return node.type() == pugi::node_pcdata || node.type() == pugi::node_cdata;
 }
 
-/// Blank text beside something else is layout.
-bool counts(const pugi::xml_node& text) {
-  return text.type() == pugi::node_cdata || !is_blank(text.value()) ||
-         (!text.previous_sibling() && !text.next_sibling());
+/// True for text that is no layout: blank text beside something else is.
+bool counts(const pugi::xml_node& node) {
+  return node.type() == pugi::node_cdata ||
+         (node.type() == pugi::node_pcdata &&
+          (!is_blank(node.value()) || (!node.previous_sibling() && !node.next_sibling())));
+}
+
+pugi::xml_node first_text(const pugi::xml_node& element, bool (*is_it)(const pugi::xml_node&)) {
+  for (const pugi::xml_node child : element.children()) {
+    if (is_it(child)) return child;
+  }
+  return {};
 }
 
 class Element final : public ILiteXmlElement {
@@ -115,6 +123,8 @@ class Element final : public ILiteXmlElement {
   pugi::xml_node node() const { return source().find(place_.at()); }
   /// Puts `content` at the beginning or the end of the element; returns where it is then.
   std::size_t insert(std::string_view content, bool at_end);
+  /// Where a text or CDATA section stands, marks included.
+  Range extent(const pugi::xml_node& text) const;
 
   Place place_;
   Charset charset_;
@@ -124,31 +134,44 @@ class Element final : public ILiteXmlElement {
 std::string Element::get_text() {
   std::string text;
   for (const pugi::xml_node child : node().children()) {
-    if (is_text(child) && counts(child)) text += child.value();
+    if (counts(child)) text += child.value();
   }
   return encode(charset_, text);
 }
 
 void Element::set_text(const char* value) {
   const std::string text = decode(charset_, value);
-  std::vector<Range> old;
-  bool cdata = false;
-  for (const pugi::xml_node child : node().children()) {
-    if (!is_text(child) || (!old.empty() && !counts(child))) continue;
-    const bool section = child.type() == pugi::node_cdata;
-    cdata = old.empty() ? section : cdata;
-    const std::size_t at = offset_of(child);
-    old.push_back(section ? cdata_range(source().text(), at) : text_range(source().text(), at));
-  }
+  const pugi::xml_node element = node();
+  pugi::xml_node place = first_text(element, counts);
+  if (!place) place = first_text(element, is_text);
   // A CR survives only as a reference, which a CDATA section cannot hold.
-  cdata = cdata && text.find('\r') == std::string::npos;
+  const bool cdata = place.type() == pugi::node_cdata && text.find('\r') == std::string::npos;
   const std::string markup = cdata ? as_cdata(text) : as_text(text);
-  if (old.empty()) {
+  if (!place) {
     insert(markup, false);
     return;
   }
-  for (std::size_t i = old.size() - 1; i > 0; --i) source().replace(old[i], {});
-  source().replace(old.front(), markup);
+  // Layout that touches plain text would become part of it.
+  pugi::xml_node begin = place;
+  pugi::xml_node end = place;
+  while (!cdata && is_text(begin.previous_sibling())) begin = begin.previous_sibling();
+  while (!cdata && is_text(end.next_sibling())) end = end.next_sibling();
+  std::vector<Edit> edits;
+  bool touches = false;
+  for (const pugi::xml_node child : element.children()) {
+    touches = touches || child == begin;
+    if (is_text(child) && (touches || counts(child))) {
+      edits.push_back({extent(child), child == place ? markup : std::string()});
+    }
+    touches = touches && child != end;
+  }
+  source().apply(edits);
+}
+
+Range Element::extent(const pugi::xml_node& text) const {
+  const std::size_t at = offset_of(text);
+  return text.type() == pugi::node_cdata ? cdata_range(source().text(), at)
+                                         : text_range(source().text(), at);
 }
 
 void Element::set_attribute(const char* name, const char* value) {
@@ -156,7 +179,7 @@ void Element::set_attribute(const char* name, const char* value) {
   const std::string text = decode(charset_, value);
   const Attribute old = find_attribute(source().text(), place_.at(), attribute);
   const std::string markup = as_attribute(text, old.quote);
-  source().replace(old.value, old.found ? markup : " " + attribute + "=\"" + markup + "\"");
+  source().apply({{old.value, old.found ? markup : " " + attribute + "=\"" + markup + "\""}});
 }
 
 std::string Element::get_attribute(const char* name) {
@@ -169,11 +192,11 @@ std::size_t Element::insert(std::string_view content, bool at_end) {
   if (is_self_closed(text, close)) {
     if (content.empty()) return close;
     const std::string name(tag_name(text, place_.at()));
-    source().replace({close - 1, 2}, ">" + std::string(content) + "</" + name + ">");
+    source().apply({{{close - 1, 2}, ">" + std::string(content) + "</" + name + ">"}});
     return close;
   }
   const std::size_t at = at_end ? content_end(text, close) : close + 1;
-  source().replace({at, 0}, content);
+  source().apply({{{at, 0}, std::string(content)}});
   return at;
 }
 

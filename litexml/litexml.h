@@ -35,9 +35,9 @@ class ILiteXmlElement {
   /// element holds nothing else; between child elements it is layout.
   virtual std::string get_text() = 0;
 
-  /// Makes `value` the element's own text; child elements and comments stay. The text goes where
-  /// the first of the old stood, or first in the element, and into a CDATA section where that one
-  /// was.
+  /// Makes `value` the element's own text; child elements, comments and layout stay. The text goes
+  /// where the first of the old stood, or first in the element, and into a CDATA section where that
+  /// one was. Blank text beside child elements goes for layout afterwards.
   virtual void set_text(const char* value) = 0;
 
   /// Sets the attribute `name`; a new one goes behind the others.

@@ -6,6 +6,19 @@
 #include "litexml.h"
 
 namespace litexml {
+namespace {
+
+std::string edited(std::string_view text, const std::vector<Edit>& edits) {
+  std::string result;
+  std::size_t at = 0;
+  for (const Edit& edit : edits) {
+    result.append(text.substr(at, edit.range.at - at)).append(edit.with);
+    at = edit.range.at + edit.range.length;
+  }
+  return result.append(text.substr(at));
+}
+
+}  // namespace
 
 bool Source::load(std::string file) {
   charset_ = Charset::detect(file);
@@ -13,7 +26,7 @@ bool Source::load(std::string file) {
   const bool known = charset_.to_utf8(file, text);
   if (!known) charset_ = Charset();
   caller_charset_ = charset_.is_wide() ? Charset("UTF-8") : charset_;
-  converted_ = known && text != file;
+  converted_ = known && !charset_.is_utf8();
   text_ = converted_ ? std::move(text) : file;
   if (converted_) file_ = std::move(file);
   return parse() && root();
@@ -50,18 +63,40 @@ pugi::xml_node Source::find(std::size_t at) {
   return node;
 }
 
-void Source::replace(const Range& range, std::string_view with) {
-  if (converted_) {
+// Each place is counted on from the one before, so that many edits cost one pass.
+std::vector<Edit> Source::in_file(const std::vector<Edit>& edits) const {
+  std::vector<Edit> result;
+  std::size_t text_at = 0;
+  std::size_t file_at = 0;
+  const auto to_file = [&](std::size_t at) {
+    const std::string_view rest = std::string_view(file_).substr(file_at);
+    file_at += charset_.bytes_before(rest, at - text_at);
+    text_at = at;
+    return file_at;
+  };
+  for (const Edit& edit : edits) {
     std::string bytes;
-    if (!charset_.from_utf8(with, bytes)) throw CLiteXmlException("not in the document's encoding");
-    const std::size_t begin = charset_.bytes_before(file_, range.at);
-    const std::size_t end = charset_.bytes_before(file_, range.at + range.length);
-    file_.replace(begin, end - begin, bytes);
+    if (!charset_.from_utf8(edit.with, bytes)) {
+      throw CLiteXmlException("the document's encoding has no form for a character");
+    }
+    const std::size_t begin = to_file(edit.range.at);
+    const std::size_t end = to_file(edit.range.at + edit.range.length);
+    result.push_back({{begin, end - begin}, std::move(bytes)});
   }
-  text_.replace(range.at, range.length, with);
+  return result;
+}
+
+void Source::apply(const std::vector<Edit>& edits) {
+  std::string text = edited(text_, edits);
+  if (converted_) file_ = edited(file_, in_file(edits));
+  text_ = std::move(text);
   parsed_ = false;
   for (Place* place : places_) {
-    if (place->at_ >= range.at + range.length) place->at_ += with.size() - range.length;
+    const std::size_t before = place->at_;
+    for (const Edit& edit : edits) {
+      if (before < edit.range.at + edit.range.length) break;
+      place->at_ += edit.with.size() - edit.range.length;
+    }
   }
 }
 

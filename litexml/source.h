@@ -13,6 +13,12 @@ namespace litexml {
 
 class Place;
 
+/// A part of the text, and what it becomes.
+struct Edit {
+  Range range;
+  std::string with;
+};
+
 /// The text of a document, or of one element that belongs to none yet, with the parsed tree of it.
 ///
 /// The text is the truth: edits are made in it, and the tree is built anew when it is next needed.
@@ -38,13 +44,15 @@ class Source {
   /// The element whose name begins at `at`.
   pugi::xml_node find(std::size_t at);
 
-  void replace(const Range& range, std::string_view with);
+  /// Makes all the edits, which stand in order and apart, or throws and makes none.
+  void apply(const std::vector<Edit>& edits);
   /// Takes over the places in `lone`, whose text now stands at `at`.
   static void adopt(const std::shared_ptr<Source>& source, Source& lone, std::size_t at);
 
  private:
   friend class Place;
   bool parse();
+  std::vector<Edit> in_file(const std::vector<Edit>& edits) const;
 
   std::string text_;
   /// The file's own bytes, kept in step with the text where that is converted.

@@ -50,6 +50,7 @@ bool sockets(Format format, const std::string& /*argument*/) {
   std::vector<CUnixProcNet::ProcNetInfo> held;
   if (CUnixProcNet::get_proc_net_info(held) != 0) return false;
   std::vector<Row> rows;
+  rows.reserve(held.size());
   for (auto& socket : held) rows.push_back({std::move(socket)});
   add_unowned(rows);
   std::stable_sort(rows.begin(), rows.end(), [](const Row& a, const Row& b) {

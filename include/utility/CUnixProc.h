@@ -80,25 +80,27 @@ class UTILITY_API CUnixProc {
   ///
   /// A process that is gone, or goes while it is read, is no failure: `data` then holds what was
   /// read before, at least the pid. `path`, `inodes` and `environ` are left alone where they cannot
-  /// be read, as those of another user's process.
+  /// be read, as those of another user's process. `inodes` is appended to.
   ///
   /// @return 0; 7; 9 or 12 when one of status, cmdline, stat and /proc/stat exists but cannot be
   ///         read or opened. On failure `data` keeps what was filled before the failing step.
-  /// Source: `/proc/<pid>/{status,cmdline,stat,exe,fd,environ}` and /proc/stat.
+  /// Source: /proc/<pid>/{status,cmdline,stat,exe,fd,environ} and /proc/stat.
   static int get_proc_data(int pid, UnixProcData& data);
 
   /// Calls `callback` with every process, in the order of /proc.
   ///
   /// Processes that vanish while they are read are passed on too, see `get_proc_data`.
   ///
-  ///     int print(const CUnixProc::UnixProcData& data, void*) {
-  ///       return std::puts(data.cmd.c_str()) < 0;
+  ///     int count(const CUnixProc::UnixProcData&, void* ctx) {
+  ///       ++*static_cast<int*>(ctx);
+  ///       return 0;
   ///     }
-  ///     ...
-  ///     CUnixProc::get_all_proc_data(print, nullptr);
+  ///     int processes = 0;
+  ///     CUnixProc::get_all_proc_data(count, &processes);
   ///
   /// @return 0; 1 for a null callback; 5 when /proc cannot be opened; 13 when the callback asked to
   ///         stop; a code of `get_proc_data`, which ends the walk at the process that gave it.
+  /// Source: the entries of /proc that read as a number, and what `get_proc_data` reads.
   static int get_all_proc_data(EnumCallback callback, void* ctx);
 
   /// True when every byte of `text` is a decimal digit; so too for the empty text, not for null.
@@ -110,7 +112,6 @@ class UTILITY_API CUnixProc {
   /// them. Where a field does not read as a number, the parent (unless read by then) and the clock
   /// ticks count as 0. A second has 100 ticks.
   ///
-  /// @param stat_path   such as "/proc/1/stat".
   /// @param ppid        receives the parent's process id.
   /// @param start_time  receives the start in seconds since the epoch.
   /// @return 0; 1 for an empty path; 12; or a code of `get_boottime`, where `start_time` is
@@ -126,8 +127,8 @@ class UTILITY_API CUnixProc {
 
   /// Reads the real user id from a status file.
   ///
-  /// @return 0, also without a "Uid:" line, where `uid` is untouched; 1 for an empty path; 7;
-  ///         9; 12. On failure `uid` is untouched.
+  /// @return 0, also without a "Uid:" line, where `uid` is untouched; 1 for an empty path; 7; 9;
+  ///         12. On failure `uid` is untouched.
   static int get_uid(const std::string& status_path, unsigned int& uid);
 
   /// The same for the real group id and the "Gid:" line.
@@ -154,9 +155,7 @@ class UTILITY_API CUnixProc {
   /// An empty text ends the list. A text that begins at the very last byte is not taken; one that
   /// runs to the end without its NUL is.
   ///
-  /// @param buffer  the texts; only read.
-  /// @param count   how many bytes of `buffer` may be looked at.
-  /// @param text    receives the joined texts.
+  /// @param count  how many bytes of `buffer` may be looked at.
   /// @return 0, or 1 for a null buffer, where `text` is untouched.
   static int parse_args(char* buffer, int count, std::string& text);
 
@@ -177,13 +176,14 @@ class UTILITY_API CUnixProc {
   ///
   /// @return 0, also when there is no such link (kernel threads, processes that are gone), where
   ///         `path` is untouched; 1 for a negative pid; 9. On failure `path` is untouched.
-  /// Source: `/proc/<pid>/exe`.
+  /// Source: /proc/<pid>/exe.
   static int get_path_name(int pid, std::string& path);
 
   /// Appends the executables of all processes to `paths`, leaving out those it holds already.
   ///
   /// @return 0; 5 when /proc cannot be opened; 9, see `get_path_name`. On failure `paths` keeps
   ///         what was filled before the failing step.
+  /// Source: /proc/<pid>/exe of all processes.
   static int get_all_path_name(std::vector<std::string>& paths);
 
   /// Appends the inode numbers of the sockets in a descriptor directory, in its order.
@@ -192,24 +192,24 @@ class UTILITY_API CUnixProc {
   /// entry is cut to 4095 bytes.
   ///
   /// @param fd_dir  such as "/proc/1/fd".
-  /// @param inodes  receives the numbers; appended to, never cleared.
   /// @return 0; 1 for an empty path; 5. On failure `inodes` is untouched.
   static int get_socket_inodes(const std::string& fd_dir, std::vector<unsigned long>& inodes);
 
-  /// A callback for `get_all_proc_data` that collects the ids of the processes whose path equals
-  /// the key, or that have the key anywhere in the command line (an empty key matches all).
+  /// Callbacks for `get_all_proc_data` that collect the ids of the processes that match a key.
   ///
-  /// @param data  the process.
-  /// @param ctx   a `ProcFilterCtx`; nothing is collected where it or a pointer in it is null.
+  /// @param ctx  a `ProcFilterCtx`; nothing is collected where it or a pointer in it is null.
   /// @return always 0.
+  ///
+  /// Path equal to the key, or the key anywhere in the command line (an empty key matches all).
   static int filter_procs_by_pathname(const UnixProcData& data, void* ctx);
-  /// The same for those whose name equals the key.
+  /// Name equal to the key.
   static int filter_procs_by_procname(const UnixProcData& data, void* ctx);
-  /// The same for those whose parent's process id equals the key.
+  /// Parent's process id equal to the key.
   static int filter_procs_by_ppid(const UnixProcData& data, void* ctx);
 
   /// Starts a command as a daemon: in a session of its own, with init as its parent, no signal
-  /// blocked, standard input, output and error on /dev/null and every other descriptor closed.
+  /// blocked, standard input, output and error on /dev/null and every other descriptor below the
+  /// soft limit of open files closed.
   ///
   /// Returns when the command is detached; whether it ran is not known. The text goes through the
   /// shell: bytes that are neither letters nor digits are escaped in the executable's file name
@@ -224,7 +224,7 @@ class UTILITY_API CUnixProc {
   /// @param envp        the environment, ended by a null pointer.
   /// @return 0; 1 when `executable` or `dir` is not as said; 2; 3, which a caller that ignores
   ///         SIGCHLD always gets.
-  /// Runs: `/bin/sh -c "<executable> <args>"`.
+  /// Runs: /bin/sh -c "<executable> <args>".
   static int create_proc(const std::string& executable, const std::string& args,
                          const std::string& dir, const std::string& user, char** envp);
 
@@ -234,7 +234,8 @@ class UTILITY_API CUnixProc {
   static int kill_proc(int pid);
 
   /// Kills every process that matches `key`, again and again until a walk over the table finds
-  /// none that is more than a zombie.
+  /// none that is more than a zombie. What was restarted by then is killed too; what is restarted
+  /// later lives on, so a supervisor is best killed first.
   ///
   /// A key that names an existing file matches as in `filter_procs_by_pathname`, another as in
   /// `filter_procs_by_procname`. Mind that the caller itself may match, that short paths such as
@@ -258,15 +259,15 @@ class UTILITY_API CUnixProc {
   /// contributes its first word; lines are read in pieces of at most 1023 bytes.
   ///
   /// @param pid_text  the process id in decimal.
-  /// @param paths     receives the paths; appended to, never cleared.
   /// @return 0, or 12 when the file cannot be opened or read into memory. On failure `paths` is
   ///         untouched.
-  /// Source: `/proc/<pid_text>/maps`.
+  /// Source: /proc/<pid_text>/maps.
   static int one_proc_infos(const char* pid_text, std::vector<std::string>& paths);
 
   /// Appends one record for every process that has files mapped and lets them be read.
   ///
   /// @return 0, or 5 when /proc cannot be opened, where `infos` is untouched.
+  /// Source: /proc/<pid>/maps of all processes.
   static int get_all_proc_map_info(std::vector<UnixProcMapInfo>& infos);
 };
 

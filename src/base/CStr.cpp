@@ -140,7 +140,7 @@ long CStr::atol(const std::string& text) {
 void CStr::ext_line_strtok(const std::string& separators, std::vector<std::string>& fields,
                            const std::string& text) {
   if (text.empty() || separators.empty()) return;
-  std::string copy(text.c_str());
+  std::string copy(text.c_str());  // NOLINT(readability-redundant-string-cstr): up to its NUL
   char* state = nullptr;
   for (const char* token = strtok_r(copy.data(), separators.c_str(), &state); token != nullptr;
        token = strtok_r(nullptr, separators.c_str(), &state)) {

@@ -35,7 +35,7 @@ constexpr std::array<unsigned char, 256> kKept = make_kept_table();
 
 // Two characters for each 12 bits: a group of three bytes takes two loads instead of four.
 struct CharPairs {
-  std::array<char, 2 * 4096> text{};
+  std::array<char, std::size_t{2} * 4096> text{};
 
   constexpr CharPairs() {
     for (std::size_t i = 0; i < 4096; ++i) {

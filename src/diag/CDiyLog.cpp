@@ -24,7 +24,7 @@ constexpr std::size_t kMaxBlocks = 1999;
 // The room that a line keeps free in front of its message.
 constexpr std::size_t kPrefixRoom = 112;
 
-constexpr std::streamoff kSizeLimit = 10 * 1024 * 1024;
+constexpr std::streamoff kSizeLimit = std::streamoff{10} * 1024 * 1024;
 
 constexpr std::time_t kNever = -1;
 

@@ -1,5 +1,4 @@
 #include <fcntl.h>
-#include <pwd.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -12,8 +11,8 @@
 #include <cstdlib>
 #include <optional>
 #include <string>
-#include <vector>
 
+#include "base/account_lookup.h"
 #include "base/dir_walk.h"
 #include "base/paths.h"
 #include "proc/codes.h"
@@ -63,14 +62,9 @@ bool leads_to_directory(const std::string& dir) {
 // Looked up before the fork: the account databases take locks that a child may find held for ever.
 std::optional<Account> find_account(const std::string& user) {
   if (user.empty()) return std::nullopt;
-  passwd entry{};
-  passwd* found = nullptr;
-  std::vector<char> text(4096);
-  while (::getpwnam_r(user.c_str(), &entry, text.data(), text.size(), &found) == ERANGE) {
-    text.resize(text.size() * 2);
-  }
-  if (found == nullptr) return std::nullopt;
-  return Account{found->pw_uid, found->pw_gid};
+  const detail::UserEntry entry = detail::find_user(user.c_str());
+  if (!entry) return std::nullopt;
+  return Account{entry->pw_uid, entry->pw_gid};
 }
 
 // The soft limit of open files; empty when it cannot be read.

@@ -8,6 +8,7 @@
 #include <signal.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -137,8 +138,10 @@ bool any_failed(const ::testing::TestPartResultArray& results) {
   ::_exit(0);
 }
 
-// Process 1 of the sandbox: reaps whatever is left to it until the body ends.
+// Process 1 of the sandbox: reaps whatever is left to it until the body ends. Goes with its parent,
+// so that nothing stays behind where the whole test program is killed.
 [[noreturn]] void run_init(const std::function<void()>& body, const Options& options, int fd) {
+  ::prctl(PR_SET_PDEATHSIG, SIGKILL);
   const pid_t child = ::fork();
   if (child == 0) run_body(body, options, fd);
   int status = 0;
@@ -154,6 +157,7 @@ bool any_failed(const ::testing::TestPartResultArray& results) {
     std::fprintf(stderr, "sandbox: %s\n", error.what());
     ::_exit(kSetupFailed);
   }
+  ::prctl(PR_SET_PDEATHSIG, SIGKILL);  // behind a new user namespace, which would undo it
   const pid_t init = ::fork();
   if (init == 0) run_init(body, options, fd);
   ::close(fd);
