@@ -33,37 +33,32 @@ constexpr std::array<bool, 256> kSpecial = make_special();
 
 enum class State { kPlain, kQuoted, kQuoteInQuotes };
 
-/// Takes one block apart, byte for byte; `state` and the field in hand go on into the next block.
-/// Returns behind the record's end, or `end` with `ended` untouched.
+/// Takes one block apart; `state` and the field in hand go on into the next block. Returns behind
+/// the record's end, or `end` with `ended` untouched.
 const char* split(const char* from, const char* end, State& state, CsvFields& fields, bool& ended) {
   char* out = fields.room(static_cast<std::size_t>(end - from));
-  while (from != end) {
-    const char byte = *from++;
+  while (from != end && !ended) {
     if (state == State::kQuoted) {
-      if (byte == '"') {
-        state = State::kQuoteInQuotes;
-      } else {
-        *out++ = byte;
-      }
+      while (from != end && *from != '"') *out++ = *from++;
+      if (from == end) break;
+      ++from;
+      state = State::kQuoteInQuotes;
       continue;
     }
-    if (state == State::kQuoteInQuotes) {
-      state = byte == '"' ? State::kQuoted : State::kPlain;
-      if (byte == '"') {
-        *out++ = '"';
-        continue;
-      }
-    }
-    if (!kSpecial[static_cast<unsigned char>(byte)]) {
-      *out++ = byte;
-    } else if (byte == '"') {
+    if (state == State::kQuoteInQuotes && *from == '"') {
+      *out++ = *from++;
       state = State::kQuoted;
-    } else if (byte == ',') {
+      continue;
+    }
+    state = State::kPlain;
+    while (from != end && !kSpecial[static_cast<unsigned char>(*from)]) *out++ = *from++;
+    if (from == end) break;
+    const char byte = *from++;
+    if (byte == '"') {
+      state = State::kQuoted;
+    } else if (byte == ',' || byte == '\n') {
       fields.close(out);
-    } else if (byte == '\n') {
-      fields.close(out);
-      ended = true;
-      break;
+      ended = byte == '\n';
     }
   }
   fields.use(out);

