@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <ostream>
 #include <set>
 
 #include "support/sandbox.h"
@@ -22,6 +23,10 @@ struct Example {
   std::function<void()> arrange;
   bool figures_vary;  // numbers are this machine's: only that there are some is compared
 };
+
+std::ostream& operator<<(std::ostream& stream, const Example& example) {
+  return stream << example.name;
+}
 
 std::string output_of(const std::string& command, int& status) {
   std::string output;
