@@ -227,9 +227,9 @@ void add_xxtea(std::size_t size) {
 }  // namespace
 
 void set_up() {
-  for (const std::size_t size : {64, 1024, 1 << 20}) add_md5(size);
+  for (const std::size_t size : {64U, 1024U, 1U << 20}) add_md5(size);
   add_md5_file(std::size_t{bench::smoke() ? 1U : 256U} << 20);
-  for (const std::size_t size : {100, 65536}) add_base64(size);
+  for (const std::size_t size : {100U, 65536U}) add_base64(size);
   add_hex(65536);
-  for (const std::size_t size : {1024, 65536}) add_xxtea(size);
+  for (const std::size_t size : {1024U, 65536U}) add_xxtea(size);
 }

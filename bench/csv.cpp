@@ -89,32 +89,43 @@ void read_by_libcsv(const std::string& path, Sink sink) {
   csv_free(&parser);
 }
 
-std::string written_file(int records) {
-  const std::string path = bench::scratch_file(std::to_string(records) + ".csv");
+/// A file of records of 5 fields and 60 bytes, or `width` times as many.
+std::string written_file(int records, int width) {
+  const std::string path =
+      bench::scratch_file(std::to_string(records) + "x" + std::to_string(width) + ".csv");
   std::ofstream out(path);
   for (int i = 0; i < records; ++i) {
-    out << i << ",host-" << i % 977 << ".example.net,10." << i % 256 << ".0." << i % 253
-        << ",\"rack " << i % 40 << ", row \"\"" << i % 7 << "\"\"\",active\r\n";
+    for (int part = 0; part < width; ++part) {
+      if (part > 0) out << ',';
+      out << i << ",host-" << i % 977 << ".example.net,10." << i % 256 << ".0." << i % 253
+          << ",\"rack " << i % 40 << ", row \"\"" << i % 7 << "\"\"\",active";
+    }
+    out << "\r\n";
   }
   return path;
+}
+
+void add(const std::string& row, int count, int width) {
+  const std::string path = written_file(count, width);
+  std::vector<Record> ours;
+  std::vector<Record> theirs;
+  read_by_library(path, &ours);
+  read_by_libcsv(path, Strings{&theirs, {}});
+  bench::require(static_cast<int>(ours.size()) == count && ours == theirs,
+                 "libcsv and the library read other fields");
+
+  const std::string size = "/" + std::to_string(count);
+  bench::work(row + "/library" + size, [path] { read_by_library(path, nullptr); });
+  bench::work(row + "/library_arrays" + size, [path] { read_arrays_by_library(path); });
+  bench::work(row + "/libcsv" + size, [path] { read_by_libcsv(path, Strings{}); });
+  bench::work(row + "/libcsv_arrays" + size, [path] { read_by_libcsv(path, Arrays{}); });
 }
 
 }  // namespace
 
 void set_up() {
-  for (const int count : bench::smoke() ? std::vector{1000} : std::vector{1000, 100000}) {
-    const std::string path = written_file(count);
-    std::vector<Record> ours;
-    std::vector<Record> theirs;
-    read_by_library(path, &ours);
-    read_by_libcsv(path, Strings{&theirs, {}});
-    bench::require(static_cast<int>(ours.size()) == count && ours == theirs,
-                   "libcsv and the library read other fields");
-
-    const std::string size = "/" + std::to_string(count);
-    bench::work("csv/library" + size, [path] { read_by_library(path, nullptr); });
-    bench::work("csv/library_arrays" + size, [path] { read_arrays_by_library(path); });
-    bench::work("csv/libcsv" + size, [path] { read_by_libcsv(path, Strings{}); });
-    bench::work("csv/libcsv_arrays" + size, [path] { read_by_libcsv(path, Arrays{}); });
-  }
+  const int many = bench::smoke() ? 2000 : 100000;
+  add("csv", 1000, 1);
+  add("csv", many, 1);
+  add("csv_wide", many, 4);
 }

@@ -132,6 +132,21 @@ TEST(CBigInt, OrdersByLengthThenDigits) {
   EXPECT_EQ(CBigInt::sub("1\xff", "10", meaningless), -1);
 }
 
+TEST(CBigInt, ComparesTheFirstPlaceThatDiffersAsChars) {
+  for (const std::size_t size : {1U, 7U, 8U, 9U, 17U, 24U}) {
+    for (std::size_t place = 0; place < size; ++place) {
+      for (int byte = 1; byte < 256; ++byte) {
+        std::string other(size, '5');
+        other[place] = static_cast<char>(byte);
+        const int order = '5' > other[place] ? 1 : '5' < other[place] ? -1 : 0;
+        if (order != 0) other.replace(place + 1, size, size - place - 1, order > 0 ? '9' : '0');
+        EXPECT_EQ(CBigInt::sub(std::string(size, '5').c_str(), other.c_str(), other), order)
+            << size << ", " << place << ", " << byte;
+      }
+    }
+  }
+}
+
 TEST(IPRanges, MatchInDecimalTextOrder) {
   using Row = std::tuple<const char*, const char*, Texts, Texts>;
   for (const auto& [expression, record, inside, outside] :
