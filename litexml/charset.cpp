@@ -110,8 +110,8 @@ Charset Charset::detect(std::string_view file) {
   return is_name && !charset.is_wide() ? charset : Charset();
 }
 
-bool Charset::is_utf8() const {
-  return same_name(name_, "UTF-8") || same_name(name_, "UTF8");
+bool Charset::converts() const {
+  return !name_.empty() && !same_name(name_, "UTF-8") && !same_name(name_, "UTF8");
 }
 
 bool Charset::is_wide() const {

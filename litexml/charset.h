@@ -17,7 +17,8 @@ class Charset {
   /// What the byte order mark of `file` says, else its declaration, else UTF-8.
   static Charset detect(std::string_view file);
 
-  bool is_utf8() const;
+  /// False where the bytes are the text already.
+  bool converts() const;
   /// True where callers' strings cannot hold the encoding and are UTF-8 instead.
   bool is_wide() const;
 

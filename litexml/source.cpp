@@ -23,10 +23,9 @@ std::string edited(std::string_view text, const std::vector<Edit>& edits) {
 bool Source::load(std::string file) {
   charset_ = Charset::detect(file);
   std::string text;
-  const bool known = charset_.to_utf8(file, text);
-  if (!known) charset_ = Charset();
+  if (!charset_.to_utf8(file, text)) charset_ = Charset();
   caller_charset_ = charset_.is_wide() ? Charset("UTF-8") : charset_;
-  converted_ = known && !charset_.is_utf8();
+  converted_ = charset_.converts();
   text_ = converted_ ? std::move(text) : file;
   if (converted_) file_ = std::move(file);
   return parse() && root();

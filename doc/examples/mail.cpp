@@ -1,9 +1,9 @@
 // Sends a mail. Usage: mail SERVER PORT FROM TO
 
 #include <utility/CSmtp.h>
+#include <utility/CStr.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <string>
 
 int main(int argc, char** argv) {
@@ -12,7 +12,7 @@ int main(int argc, char** argv) {
 
   utility::CSmtp::send_mail_t mail{};
   mail.server = argv[1];
-  mail.port = static_cast<short>(std::atoi(argv[2]));
+  mail.port = static_cast<short>(utility::CStr::atol(argv[2]));
   mail.from = argv[3];
   mail.to = {argv[4]};
   mail.subject = "Alert";

@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
-#include <regex>
+#include <ostream>
 #include <set>
 
 #include "support/sandbox.h"
@@ -24,6 +24,10 @@ struct Example {
   bool figures_vary;  // numbers are this machine's: only that there are some is compared
 };
 
+std::ostream& operator<<(std::ostream& stream, const Example& example) {
+  return stream << example.name;
+}
+
 std::string output_of(const std::string& command, int& status) {
   std::string output;
   std::FILE* pipe = ::popen(command.c_str(), "re");
@@ -34,6 +38,16 @@ std::string output_of(const std::string& command, int& status) {
   }
   status = ::pclose(pipe);
   return output;
+}
+
+std::string without_figures(const std::string& text) {
+  std::string result;
+  for (const char c : text) {
+    const bool digit = c >= '0' && c <= '9';
+    if (!digit) result += c;
+    if (digit && (result.empty() || result.back() != '#')) result += '#';
+  }
+  return result;
 }
 
 void nothing() {}
@@ -106,9 +120,7 @@ TEST_P(DocExample, PrintsWhatTheDocumentationSays) {
         output_of(std::string(DOC_EXAMPLES) + example.name + " " + example.arguments, status);
     EXPECT_EQ(status, 0);
     if (example.figures_vary) {
-      const std::regex figure("[0-9]+");
-      EXPECT_EQ(std::regex_replace(printed, figure, "#"),
-                std::regex_replace(expected, figure, "#"));
+      EXPECT_EQ(without_figures(printed), without_figures(expected));
     } else {
       EXPECT_EQ(printed, expected);
     }
