@@ -84,7 +84,7 @@ class UTILITY_API CUnixProc {
   ///
   /// @return 0; 7; 9 or 12 when one of status, cmdline, stat and /proc/stat exists but cannot be
   ///         read or opened. On failure `data` keeps what was filled before the failing step.
-  /// Source: /proc/<pid>/{status,cmdline,stat,exe,fd,environ} and /proc/stat.
+  /// Source: `/proc/<pid>/{status,cmdline,stat,exe,fd,environ}` and /proc/stat.
   static int get_proc_data(int pid, UnixProcData& data);
 
   /// Calls `callback` with every process, in the order of /proc.
@@ -112,6 +112,7 @@ class UTILITY_API CUnixProc {
   /// them. Where a field does not read as a number, the parent (unless read by then) and the clock
   /// ticks count as 0. A second has 100 ticks.
   ///
+  /// @param stat_path   such as "/proc/1/stat".
   /// @param ppid        receives the parent's process id.
   /// @param start_time  receives the start in seconds since the epoch.
   /// @return 0; 1 for an empty path; 12; or a code of `get_boottime`, where `start_time` is
@@ -155,7 +156,9 @@ class UTILITY_API CUnixProc {
   /// An empty text ends the list. A text that begins at the very last byte is not taken; one that
   /// runs to the end without its NUL is.
   ///
-  /// @param count  how many bytes of `buffer` may be looked at.
+  /// @param buffer  the texts; only read.
+  /// @param count   how many bytes of `buffer` may be looked at.
+  /// @param text    receives the joined texts.
   /// @return 0, or 1 for a null buffer, where `text` is untouched.
   static int parse_args(char* buffer, int count, std::string& text);
 
@@ -176,14 +179,14 @@ class UTILITY_API CUnixProc {
   ///
   /// @return 0, also when there is no such link (kernel threads, processes that are gone), where
   ///         `path` is untouched; 1 for a negative pid; 9. On failure `path` is untouched.
-  /// Source: /proc/<pid>/exe.
+  /// Source: `/proc/<pid>/exe`.
   static int get_path_name(int pid, std::string& path);
 
   /// Appends the executables of all processes to `paths`, leaving out those it holds already.
   ///
   /// @return 0; 5 when /proc cannot be opened; 9, see `get_path_name`. On failure `paths` keeps
   ///         what was filled before the failing step.
-  /// Source: /proc/<pid>/exe of all processes.
+  /// Source: `/proc/<pid>/exe` of all processes.
   static int get_all_path_name(std::vector<std::string>& paths);
 
   /// Appends the inode numbers of the sockets in a descriptor directory, in its order.
@@ -192,19 +195,20 @@ class UTILITY_API CUnixProc {
   /// entry is cut to 4095 bytes.
   ///
   /// @param fd_dir  such as "/proc/1/fd".
+  /// @param inodes  receives the numbers; appended to, never cleared.
   /// @return 0; 1 for an empty path; 5. On failure `inodes` is untouched.
   static int get_socket_inodes(const std::string& fd_dir, std::vector<unsigned long>& inodes);
 
-  /// Callbacks for `get_all_proc_data` that collect the ids of the processes that match a key.
+  /// A callback for `get_all_proc_data` that collects the ids of the processes whose path equals
+  /// the key, or that have the key anywhere in the command line (an empty key matches all).
   ///
-  /// @param ctx  a `ProcFilterCtx`; nothing is collected where it or a pointer in it is null.
+  /// @param data  the process.
+  /// @param ctx   a `ProcFilterCtx`; nothing is collected where it or a pointer in it is null.
   /// @return always 0.
-  ///
-  /// Path equal to the key, or the key anywhere in the command line (an empty key matches all).
   static int filter_procs_by_pathname(const UnixProcData& data, void* ctx);
-  /// Name equal to the key.
+  /// The same for those whose name equals the key.
   static int filter_procs_by_procname(const UnixProcData& data, void* ctx);
-  /// Parent's process id equal to the key.
+  /// The same for those whose parent's process id equals the key.
   static int filter_procs_by_ppid(const UnixProcData& data, void* ctx);
 
   /// Starts a command as a daemon: in a session of its own, with init as its parent, no signal
@@ -224,7 +228,7 @@ class UTILITY_API CUnixProc {
   /// @param envp        the environment, ended by a null pointer.
   /// @return 0; 1 when `executable` or `dir` is not as said; 2; 3, which a caller that ignores
   ///         SIGCHLD always gets.
-  /// Runs: /bin/sh -c "<executable> <args>".
+  /// Runs: `/bin/sh -c "<executable> <args>"`.
   static int create_proc(const std::string& executable, const std::string& args,
                          const std::string& dir, const std::string& user, char** envp);
 
@@ -259,15 +263,16 @@ class UTILITY_API CUnixProc {
   /// contributes its first word; lines are read in pieces of at most 1023 bytes.
   ///
   /// @param pid_text  the process id in decimal.
+  /// @param paths     receives the paths; appended to, never cleared.
   /// @return 0, or 12 when the file cannot be opened or read into memory. On failure `paths` is
   ///         untouched.
-  /// Source: /proc/<pid_text>/maps.
+  /// Source: `/proc/<pid_text>/maps`.
   static int one_proc_infos(const char* pid_text, std::vector<std::string>& paths);
 
   /// Appends one record for every process that has files mapped and lets them be read.
   ///
   /// @return 0, or 5 when /proc cannot be opened, where `infos` is untouched.
-  /// Source: /proc/<pid>/maps of all processes.
+  /// Source: `/proc/<pid>/maps` of all processes.
   static int get_all_proc_map_info(std::vector<UnixProcMapInfo>& infos);
 };
 
