@@ -59,6 +59,7 @@ TEST(CUnixServ, TheRealServiceCommandRunsTheScripts) {
     script("big", "yes 0123456789abcdef | head -c 1000000; echo 'is running'\n");
     script("odd~", "printf 'no line end'\n");
     script("a.b.bak2", "true\n");
+    script("bak", "true\n");  // no dot: a name like any other
     for (const char* name : {"functions", "halt", "killall", "single", "linuxconf", "kudzu",
                              "rc.boot", "reboot", "network.rpmnew", "x.~", "y.orig"}) {
       script(name, "echo is running\n");
@@ -68,7 +69,7 @@ TEST(CUnixServ, TheRealServiceCommandRunsTheScripts) {
 
     Services services;
     ASSERT_EQ(CUnixServ::get_all_serv_data(collect, &services), 0);
-    ASSERT_EQ(services.size(), 5U);
+    ASSERT_EQ(services.size(), 6U);
     EXPECT_EQ(services["web"].status_text, "web (pid 7) is status\n");
     EXPECT_EQ(services["web"].status, "running");
     EXPECT_EQ(services["db"].status_text, "db is stopped\n");
