@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <string.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -12,6 +11,7 @@
 
 #include "base/account_lookup.h"
 #include "base/handles.h"
+#include "base/retry.h"
 #include "utility/CUnixUser.h"
 
 namespace utility {
@@ -51,19 +51,6 @@ class PasswordLine {
   ::_exit(127);
 }
 
-// Writes all of `text` unless the reader goes away. A signal can cut a write short, and half a
-// password must not be set.
-void write_all(int fd, std::string_view text) noexcept {
-  while (!text.empty()) {
-    const ssize_t count = ::write(fd, text.data(), text.size());
-    if (count >= 0) {
-      text.remove_prefix(static_cast<std::size_t>(count));
-    } else if (errno != EINTR) {
-      return;
-    }
-  }
-}
-
 // Keeps SIGPIPE from this thread while it lives. The process's action for the signal stays as it
 // is, since other threads rely on it.
 class SigpipeGuard {
@@ -92,14 +79,6 @@ class SigpipeGuard {
   bool was_pending_ = false;
 };
 
-bool wait_for(pid_t child) noexcept {
-  int status = 0;
-  while (::waitpid(child, &status, 0) < 0) {
-    if (errno != EINTR) return false;
-  }
-  return true;
-}
-
 }  // namespace
 
 int CUnixUser::mod_passwd(const std::string& name, const std::string& password) {
@@ -118,10 +97,11 @@ int CUnixUser::mod_passwd(const std::string& name, const std::string& password) 
   read_end.reset();
   {
     const SigpipeGuard guard;
-    write_all(write_end.get(), line.text());
+    // To the end, since half a password must not be set; a reader that goes away is no failure.
+    detail::write_all(write_end.get(), line.text());
   }
   write_end.reset();
-  return wait_for(child) ? 0 : 21;
+  return detail::wait_for(child) ? 0 : 21;
 }
 
 }  // namespace utility

@@ -12,6 +12,7 @@
 #include "base/dir_walk.h"
 #include "base/handles.h"
 #include "base/paths.h"
+#include "base/retry.h"
 #include "utility/CStr.h"
 #include "utility/CUnixTools.h"
 
@@ -42,25 +43,13 @@ bool leads_back(const std::string& path, std::string_view dir) {
   return tail.empty() || tail == "." || tail == "..";
 }
 
-// Writes everything or reports false; a write that is only partial goes on.
-bool write_all(int fd, const char* data, std::size_t size) {
-  while (size > 0) {
-    const ssize_t written = ::write(fd, data, size);
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) return false;
-    data += written;
-    size -= static_cast<std::size_t>(written);
-  }
-  return true;
-}
-
 bool copy_bytes(int source, int target) {
   std::array<char, 16384> block;
   for (;;) {
     const ssize_t count = ::read(source, block.data(), block.size());
     if (count < 0 && errno == EINTR) continue;
     if (count <= 0) return true;
-    if (!write_all(target, block.data(), static_cast<std::size_t>(count))) return false;
+    if (!detail::write_all(target, {block.data(), static_cast<std::size_t>(count)})) return false;
   }
 }
 

@@ -2,11 +2,9 @@
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <optional>
@@ -15,6 +13,7 @@
 #include "base/account_lookup.h"
 #include "base/dir_walk.h"
 #include "base/paths.h"
+#include "base/retry.h"
 #include "proc/codes.h"
 #include "proc/proc_text.h"
 #include "utility/CUnixProc.h"
@@ -131,11 +130,7 @@ int CUnixProc::create_proc(const std::string& executable, const std::string& arg
     if (::fork() != 0) ::_exit(kFailedChild);
     run_daemon(daemon);
   }
-  pid_t ended = 0;
-  do {
-    ended = ::waitpid(child, nullptr, 0);
-  } while (ended < 0 && errno == EINTR);
-  return ended == child ? detail::kDone : detail::kNoChild;
+  return detail::wait_for(child) ? detail::kDone : detail::kNoChild;
 }
 
 }  // namespace utility

@@ -10,21 +10,13 @@
 #include <set>
 
 #include "support/alloc_fault.h"
+#include "support/open_descriptors.h"
 #include "support/sandbox.h"
 #include "support/temp_dir.h"
 
 namespace fs = std::filesystem;
 using utility::CUnixTools;
 using Lines = std::vector<std::string>;
-
-namespace {
-
-std::size_t open_descriptors() {
-  return static_cast<std::size_t>(
-      std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator{}));
-}
-
-}  // namespace
 
 TEST(CUnixTools, TypesAndExistence) {
   const TempDir dir;

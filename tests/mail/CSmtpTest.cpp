@@ -14,6 +14,7 @@
 #include <map>
 #include <thread>
 
+#include "support/open_descriptors.h"
 #include "support/sandbox.h"
 
 namespace fs = std::filesystem;
@@ -130,11 +131,6 @@ CSmtp::send_mail_t mail_to(short port, bool need_auth) {
                           {"c@x"},     body.data(), 0};
   mail.body_len = static_cast<int>(body.size());
   return mail;
-}
-
-std::size_t open_descriptors() {
-  return static_cast<std::size_t>(
-      std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator{}));
 }
 
 }  // namespace
