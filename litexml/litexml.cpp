@@ -41,7 +41,9 @@ bool reserve(int fd, off_t size, off_t before) noexcept {
     result = size > 0 ? ::posix_fallocate(fd, 0, size) : 0;
   } while (result == EINTR);
   // Part of the room may have been added before it ran out.
-  if (result != 0 && size > before) static_cast<void>(::ftruncate(fd, before));
+  if (result != 0 && size > before) {
+    [[maybe_unused]] const int ignored = ::ftruncate(fd, before);
+  }
   return result == 0;
 }
 

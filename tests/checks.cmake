@@ -8,6 +8,8 @@ endfunction()
 
 check(format)
 check(words)
+check(analyze)
 check(symbols $<TARGET_FILE:utility>)
 check(layout $<TARGET_FILE:utility>)
+check(hardening $<TARGET_FILE:utility>)
 check(consumer ${PROJECT_BINARY_DIR})

@@ -170,7 +170,7 @@ bool CCSV::WriteRecord(const char** fields, int count) {
       ++m_records;
     } else {
       copy_bytes(saved, file, tail, block.get(), m_block);
-      static_cast<void>(::ftruncate(file.fd, size));
+      [[maybe_unused]] const int ignored = ::ftruncate(file.fd, size);
       m_scanner->forget();
     }
   }

@@ -24,7 +24,7 @@ void scan_stat(FILE* stream, int& ppid, unsigned long& start_ticks) {
   ppid = 0;
   start_ticks = 0;
   // NOLINTNEXTLINE(cert-err34-c): out of range numbers are taken as scanf takes them.
-  static_cast<void>(std::fscanf(stream, kStatFormat, &ppid, &start_ticks));
+  [[maybe_unused]] const int ignored = std::fscanf(stream, kStatFormat, &ppid, &start_ticks);
 }
 
 void parse_stat_line(const char* line, int& ppid, unsigned long& start_ticks) {
