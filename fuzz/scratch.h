@@ -14,13 +14,14 @@
 // over the machine's files, and where everything is gone when it ends. That takes root.
 namespace scratch {
 
-/// An empty directory in memory, made where it is first asked for.
+/// An empty directory in memory, made where it is first asked for. It hides /run, where nothing is
+/// that a fuzzer needs, nor may reach.
 inline const std::string& dir() {
   static const std::string path = [] {
     FUZZ_CHECK(::unshare(CLONE_NEWNS) == 0);
     FUZZ_CHECK(::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0);
-    FUZZ_CHECK(::mount("tmpfs", "/mnt", "tmpfs", 0, "mode=0755") == 0);
-    return "/mnt";
+    FUZZ_CHECK(::mount("tmpfs", "/run", "tmpfs", 0, "mode=0755") == 0);
+    return "/run";
   }();
   return path;
 }
