@@ -262,7 +262,7 @@ scratch::File* make_sources() {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static scratch::File* const source = make_sources();
-  const std::string text = text_of(data, size);
+  const std::string text = text_of(data, size, 8192);
   source->write(text);
   check_memory(text);
   check_cpus(text);

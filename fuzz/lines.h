@@ -10,14 +10,14 @@
 // How texts are cut, written plainly: what the models of the fuzzers rest on.
 
 /// An input as a text. The byte 0x1F and the byte n behind it stand for 32 n more of the byte
-/// before them, up to 64 KiB in all, so that a text too long for a buffer takes no long input.
-inline std::string text_of(const std::uint8_t* data, std::size_t size) {
-  constexpr std::size_t kMost = 65536;
+/// before them, up to `most` bytes in all, so that a text too long for a buffer takes no long
+/// input.
+inline std::string text_of(const std::uint8_t* data, std::size_t size, std::size_t most) {
   std::string text;
   for (std::size_t i = 0; i < size; ++i) {
     if (data[i] == 0x1F && i + 1 < size && !text.empty()) {
       const std::size_t more = std::size_t{data[++i]} * 32;
-      text.append(std::min(more, kMost - std::min(kMost, text.size())), text.back());
+      text.append(std::min(more, most - std::min(most, text.size())), text.back());
     } else {
       text += static_cast<char>(data[i]);
     }

@@ -168,7 +168,7 @@ void check_command(const std::string& text) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const std::string text = text_of(data, size);
+  const std::string text = text_of(data, size, 8192);
   check_stat(text);
   check_status(text);
   check_args(text);

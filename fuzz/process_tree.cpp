@@ -224,7 +224,7 @@ void check_links_and_maps(const Tree& tree) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const Place* const place = new Place;
-  const Tree tree(place->dir, text_of(data, size));
+  const Tree tree(place->dir, text_of(data, size, 49152));
   check_record(*place);
   check_descriptors(*place);
   check_links_and_maps(tree);
