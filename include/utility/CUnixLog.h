@@ -134,10 +134,14 @@ class UTILITY_API CUnixLog {
   ///
   /// @return 0; 3; 4; 8 at a line that holds the text but has no action; 9; 10 when nothing matched
   ///         (the daemon is left alone); a failure of `sub_line`; otherwise what `restart_syslog`
-  ///         returns. Lines edited before a failure stay edited.
+  ///         returns. Lines edited before a failure stay edited, and so do those before a crash,
+  ///         each of them whole; some of the spaces may be missing then.
   static int del_log_data(UnixLogData& data);
 
   /// Appends a line feed and `text` to the configuration file, which is made when it is missing.
+  ///
+  /// A crash leaves the file as it was, or made and empty, or with all of a text of less than 4,096
+  /// bytes.
   ///
   /// @return 0; 1 for an empty text; 3.
   static int put_line(const std::string& text);
@@ -145,8 +149,9 @@ class UTILITY_API CUnixLog {
   /// Replaces the bytes from `start` up to, not including, `end` of an open file.
   ///
   /// Where the new text is shorter, spaces at the end of the file make up for it: the size never
-  /// shrinks. On success the stream stands behind the new text; it stays the caller's. A failure
-  /// after the first write leaves the file half changed.
+  /// shrinks. On success the stream stands behind the new text; it stays the caller's. All is
+  /// written at once, so a crash leaves the file as it was or changed, in the latter case perhaps
+  /// without the spaces; a write that fails can leave it half changed.
   ///
   /// @param file   open for reading and writing.
   /// @param start  byte offset, not after `end`.

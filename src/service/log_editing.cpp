@@ -5,10 +5,13 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstring>
+#include <string_view>
 #include <thread>
 
 #include "base/handles.h"
 #include "base/line_reader.h"
+#include "base/retry.h"
 #include "service/log_file.h"
 #include "service/service_command.h"
 #include "utility/CStr.h"
@@ -34,20 +37,21 @@ std::string without_selector(std::string line, const std::string& selectors, con
   return line + "\n";
 }
 
-bool write_bytes(FILE* file, const char* data, std::size_t size) {
-  return std::fwrite(data, 1, size, file) == size;
+// Writes where the stream stands, at once where it has a descriptor: the stream's own blocks would
+// be that many moments at which a crash leaves the file half changed. Seek before going on.
+bool write_at_once(FILE* file, std::string_view bytes) {
+  const int fd = ::fileno(file);
+  if (fd >= 0) return std::fflush(file) == 0 && detail::write_all(fd, bytes);
+  return std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size() && std::fflush(file) == 0;
 }
 
-// Cuts the file to `size` and fills it with spaces up to `old_size` again.
-int refill(FILE* file, long size, long old_size) {
+// Cuts the file to `size` and appends `spaces`.
+int refill(FILE* file, long size, std::string_view spaces) {
   const int fd = ::fileno(file);
   if (fd < 0) return 9;
   if (::ftruncate(fd, size) != 0) return 19;
   if (std::fseek(file, size, SEEK_SET) != 0) return 14;
-  for (long at = size; at < old_size; ++at) {
-    if (std::fputc(' ', file) == EOF) return 15;
-  }
-  return std::fflush(file) == 0 ? 0 : 15;
+  return write_at_once(file, spaces) ? 0 : 15;
 }
 
 // Edits every line that holds the rule; `removed` tells whether there was one.
@@ -120,24 +124,29 @@ int CUnixLog::sub_line(FILE* file, long start, long end, std::string& text) {
   if (std::fseek(file, 0, SEEK_END) != 0) return 14;
   const long old_size = std::ftell(file);
   if (end > old_size) return 9;
-  if (start > end) return 14;
+  if (start < 0 || start > end) return 14;
+  const auto room = static_cast<std::size_t>(end - start);
   const auto tail_size = static_cast<std::size_t>(old_size - end);
-  const detail::Buffer tail = detail::make_buffer(tail_size);
-  if (!tail) return 4;
+  const std::size_t freed = room > text.size() ? room - text.size() : 0;
+  const std::size_t used = text.size() + tail_size;
+  const detail::Buffer bytes = detail::make_buffer(used + freed);
+  if (!bytes) return 4;
+  char* const tail = bytes.get() + text.size();
+  text.copy(bytes.get(), text.size());
+  std::memset(tail + tail_size, ' ', freed);
   if (std::fseek(file, end, SEEK_SET) != 0) return 14;
-  if (std::fread(tail.get(), 1, tail_size, file) != tail_size) return 9;
+  if (std::fread(tail, 1, tail_size, file) != tail_size) return 9;
 
+  // The spaces go along, so that the old end never stands behind the new one, not even until the
+  // file is cut.
   if (std::fseek(file, start, SEEK_SET) != 0) return 14;
-  if (!write_bytes(file, text.data(), text.size())) return 15;
-  const long behind_text = start + static_cast<long>(text.size());
-  if (!write_bytes(file, tail.get(), tail_size) || std::fflush(file) != 0) return 15;
-
-  const long new_size = behind_text + static_cast<long>(tail_size);
-  if (new_size < old_size) {
-    const int refilled = refill(file, new_size, old_size);
+  if (!write_at_once(file, {bytes.get(), used + freed})) return 15;
+  if (freed > 0) {
+    const long size = start + static_cast<long>(used);
+    const int refilled = refill(file, size, {bytes.get() + used, freed});
     if (refilled != 0) return refilled;
   }
-  return std::fseek(file, behind_text, SEEK_SET) == 0 ? 0 : 14;
+  return std::fseek(file, start + static_cast<long>(text.size()), SEEK_SET) == 0 ? 0 : 14;
 }
 
 bool CUnixLog::is_running() {
