@@ -213,6 +213,9 @@ class UTILITY_API CUnixUser {
   ///
   /// - There is no lock: nothing else may edit the file meanwhile, the system's tools included.
   /// - The result is 0 also when the copy could not be written in full, as on a full disk.
+  /// - A crash before the last steps leaves a working copy, empty or whole; one between them leaves
+  ///   no group file, but the new one in /etc/group.temp and the old one in /etc/group.bak. The
+  ///   next call then returns 22 and puts the working copy in place.
   /// - A working copy left over from an interrupted run is appended to: its lines stay in front.
   /// - Lines are taken in pieces of 1,023 bytes, each judged as a line; a NUL byte ends a piece. Of
   ///   a longer line of the group only the first piece is replaced; the others stay behind it as a

@@ -1,5 +1,6 @@
 // The group half of CUnixUser.
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,6 +11,7 @@
 #include "account/account_common.h"
 #include "base/account_lookup.h"
 #include "base/handles.h"
+#include "base/retry.h"
 #include "utility/CUnixUser.h"
 
 namespace utility {
@@ -33,30 +35,35 @@ struct GroupWalk {
   }
 };
 
-// The lines of a group file with their line feeds; one of more than 1,023 bytes in several pieces.
-std::vector<std::string> read_pieces(FILE* file) {
-  // On the stack rather than in a LineReader: getting memory for it must not be one more way to
-  // fail, since a failure costs the host its group file.
-  std::array<char, 1024> piece;
-  std::vector<std::string> pieces;
-  while (std::fgets(piece.data(), static_cast<int>(piece.size()), file) != nullptr) {
-    pieces.emplace_back(piece.data());
-  }
-  return pieces;
-}
-
 bool is_of_group(const std::string& line, const std::string& name) {
   const std::size_t colon = line.find(':');
   return colon != std::string::npos && line.compare(0, colon, name) == 0;
 }
 
-// The C library makes a new file under the process's umask; group databases have rights of their
-// own.
-void copy_rights(FILE* from, FILE* to) noexcept {
+// The text of a group file with the new members of group `name`.
+std::string with_members(FILE* file, const std::string& name, const std::string& member_text) {
+  std::string text;
+  std::string line;
+  // On the stack rather than in a LineReader: getting memory for it must not be one more way to
+  // fail, since a failure costs the host its group file. A longer line comes in pieces.
+  std::array<char, 1024> piece;
+  while (std::fgets(piece.data(), static_cast<int>(piece.size()), file) != nullptr) {
+    line = piece.data();
+    if (is_of_group(line, name)) {
+      line.resize(line.rfind(':'));
+      line.append(1, ':').append(member_text).append(1, '\n');
+    }
+    text += line;
+  }
+  return text;
+}
+
+// A new file is made under the process's umask; group databases have rights of their own.
+void copy_rights(FILE* from, int to) noexcept {
   struct stat rights {};
   if (::fstat(::fileno(from), &rights) != 0) return;
-  ::fchmod(::fileno(to), rights.st_mode & 07777);
-  [[maybe_unused]] const int ignored = ::fchown(::fileno(to), rights.st_uid, rights.st_gid);
+  ::fchmod(to, rights.st_mode & 07777);
+  [[maybe_unused]] const int ignored = ::fchown(to, rights.st_uid, rights.st_gid);
 }
 
 // Writes the group file with the new members of group `name` to the working copy.
@@ -65,19 +72,16 @@ int write_working_copy(const std::string& name, const std::vector<std::string>& 
   if (const int status = CUnixUser::is_group_exist(name, found); status != 0) return status;
   if (found == 0) return 3;
   const detail::File source = detail::open_file(kGroupFile, "re");
-  const detail::File copy = detail::open_file(kWorkingCopy, "ae");
+  const detail::Fd copy(::open(kWorkingCopy, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666));
   if (!source || !copy) return 22;
 
   copy_rights(source.get(), copy.get());
   std::string member_text;
   CUnixUser::get_new_grp_mem_list(members, member_text);
-  for (std::string& line : read_pieces(source.get())) {
-    if (is_of_group(line, name)) {
-      line.resize(line.rfind(':'));
-      line.append(1, ':').append(member_text).append(1, '\n');
-    }
-    static_cast<void>(std::fputs(line.c_str(), copy.get()));
-  }
+  // In one write: what a crash leaves of the copy stays in front of the next run's lines, and half
+  // a line would spoil the first of them. And on the disk before it takes the group file's place.
+  static_cast<void>(detail::write_all(copy.get(), with_members(source.get(), name, member_text)));
+  ::fsync(copy.get());
   return 0;
 }
 
