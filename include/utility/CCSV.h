@@ -121,6 +121,10 @@ class UTILITY_API CCSV {
   /// goes to standard output: the size of the last, partial block of these bytes, if there is one,
   /// and "delete file successfully" or "file not delete".
   ///
+  /// A crash leaves the old file or the new one, perhaps beside the temporary file. Where more than
+  /// 4,096 bytes have to move, it may leave a file in which only some have, with a piece as long as
+  /// the record missing behind these; the temporary file holds all of them then.
+  ///
   /// @param fields  a record array. Its strings are quoted as by `TransfromCsv`, which replaces
   ///                them: they must come from `new[]`. It stays the caller's.
   /// @param count   the number of fields to write, at least 1; empty ones count.
@@ -131,14 +135,15 @@ class UTILITY_API CCSV {
 
   /// Deletes the record at the current position by blanking it, line end included; the blanks
   /// belong to the next record, which is the current one now. At the end of the file nothing
-  /// happens.
+  /// happens. A record of up to 1 MiB is blanked at once: a crash leaves it whole or blank.
   ///
   /// @return false where `MoveFpPos` fails, memory is short or a write fails.
   bool DelRecord();
 
   /// Rewrites the file without unquoted blanks, and with CR LF in place of each record's LF. A CR
   /// that already stood before the LF stays, so each run adds one. Bytes behind the last record's
-  /// end are not kept.
+  /// end are not kept. The new file is on the disk before it takes the old one's place; a crash
+  /// leaves one of the two whole, the old one perhaps beside the temporary file.
   ///
   /// @param path  the file to read where none is open, and the file to replace in any case. It gets
   ///              its predecessor's owner and mode.

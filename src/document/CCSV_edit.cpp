@@ -25,6 +25,10 @@ constexpr char kNoTemporaryForRecord[] =
 constexpr char kNoTemporaryForFile[] =
     "\xc1\xd9\xca\xb1\xce\xc4\xbc\xfe\xb4\xb4\xbd\xa8\xb2\xbb\xb3\xc9\xb9\xa6!";
 
+/// As much of a record is blanked in one write: half a record blank may leave a quote open, which
+/// swallows the records behind it.
+constexpr off_t kMaxBlanked = off_t{1} << 20;
+
 /// Makes the temporary file anew. Nobody else may read it, and nothing is opened that somebody put
 /// there between the two calls: the working directory may be anybody's.
 Fd make_temporary(const char* name) noexcept {
@@ -60,6 +64,18 @@ bool copy_bytes(Place from, Place to, off_t length, char* block, int size) noexc
     length -= got;
   }
   return true;
+}
+
+/// Writes `line` and then the `tail` bytes of the file `saved`. The line goes with the first block:
+/// a short tail moves in one write, and no crash leaves the line over the tail's beginning.
+bool put_before(std::string line, int saved, off_t tail, Place to, char* block, int size) {
+  const auto wanted = static_cast<std::size_t>(std::min<off_t>(tail, size));
+  const ssize_t got = ::pread(saved, block, wanted, 0);
+  if (got < 0) return false;
+  line.append(block, static_cast<std::size_t>(got));
+  const off_t behind = to.offset + static_cast<off_t>(line.size());
+  return write_all(to.fd, line, to.offset) &&
+         copy_bytes({saved, got}, {to.fd, behind}, tail - got, block, size);
 }
 
 bool ends_array(const char* field) noexcept {
@@ -162,10 +178,9 @@ bool CCSV::WriteRecord(const char** fields, int count) {
   bool done = copy_bytes(file, saved, tail, block.get(), m_block) && quote_fields(m_record, count);
   if (done) {
     const std::string line = join_record(m_record, count);
-    const Place behind{file.fd, at + static_cast<off_t>(line.size())};
-    done = write_all(file.fd, line, at) && copy_bytes(saved, behind, tail, block.get(), m_block);
+    done = put_before(line, saved.fd, tail, file, block.get(), m_block);
     if (done) {
-      m_scanner->inserted(at, behind.offset + tail);
+      m_scanner->inserted(at, size + static_cast<off_t>(line.size()));
       ++m_cur;
       ++m_records;
     } else {
@@ -186,11 +201,12 @@ bool CCSV::DelRecord() {
   if (!m_scanner->locate(m_cur, m_records, begin)) return false;
   const off_t end = m_scanner->record_end(m_cur, begin);
   if (end == begin) return true;
-  const Buffer blanks = detail::make_buffer(static_cast<std::size_t>(m_block));
+  const off_t block = std::min(end - begin, kMaxBlanked);
+  const Buffer blanks = detail::make_buffer(static_cast<std::size_t>(block));
   if (blanks == nullptr || m_scanner->failed()) return false;
-  std::memset(blanks.get(), ' ', static_cast<std::size_t>(m_block));
-  for (off_t at = begin; at < end; at += m_block) {
-    const auto length = static_cast<std::size_t>(std::min<off_t>(m_block, end - at));
+  std::memset(blanks.get(), ' ', static_cast<std::size_t>(block));
+  for (off_t at = begin; at < end; at += block) {
+    const auto length = static_cast<std::size_t>(std::min(block, end - at));
     if (!write_all(m_scanner->fd(), {blanks.get(), length}, at)) {
       m_scanner->forget();
       return false;
@@ -218,7 +234,9 @@ bool CCSV::NeatenFile(const char* path) {
     return false;
   }
   take_over_rights(source->fd(), temporary.get());
-  const bool written = write_neat(*source, temporary.get()) && ::close(temporary.release()) == 0;
+  // On the disk before it takes the file's place: a crash must not leave an empty file there.
+  const bool written = write_neat(*source, temporary.get()) && ::fsync(temporary.get()) == 0 &&
+                       ::close(temporary.release()) == 0;
   if (written) {
     Close();
     // One step in place of deleting and renaming: there is no moment at which neither file is
