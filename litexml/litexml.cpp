@@ -1,6 +1,7 @@
 #include "litexml.h"
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -8,6 +9,7 @@
 #include <cerrno>
 
 #include "base/handles.h"
+#include "base/retry.h"
 #include "source.h"
 
 namespace litexml {
@@ -35,10 +37,17 @@ bool read_file(const char* path, std::string& bytes) {
   return count == 0;
 }
 
+/// Takes the room for `size` bytes; the file stays as long as it is, where its system can do that.
 bool reserve(int fd, off_t size, off_t before) noexcept {
+  // The process's limit counts for files that grow, so not yet.
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_FSIZE, &limit) == 0 && static_cast<rlim_t>(size) > limit.rlim_cur) {
+    return false;
+  }
   int result = 0;
   do {
-    result = size > 0 ? ::posix_fallocate(fd, 0, size) : 0;
+    result = size == 0 || ::fallocate(fd, FALLOC_FL_KEEP_SIZE, 0, size) == 0 ? 0 : errno;
+    if (result == EOPNOTSUPP) result = ::posix_fallocate(fd, 0, size);
   } while (result == EINTR);
   // Part of the room may have been added before it ran out.
   if (result != 0 && size > before) {
@@ -47,16 +56,14 @@ bool reserve(int fd, off_t size, off_t before) noexcept {
   return result == 0;
 }
 
-bool write_file(const char* path, std::string_view bytes) noexcept {
+bool write_file(const char* path, std::string bytes) {
   struct stat st {};
   Fd fd = open_regular(path, O_WRONLY | O_CREAT, st);
   const auto size = static_cast<off_t>(bytes.size());
   if (!fd || !reserve(fd.get(), size, st.st_size)) return false;
-  while (!bytes.empty()) {
-    const ssize_t count = ::write(fd.get(), bytes.data(), bytes.size());
-    if (count <= 0) return false;
-    bytes.remove_prefix(static_cast<std::size_t>(count));
-  }
+  // Blanks over the old file's end, so that a crash before it is cut off leaves XML all the same.
+  if (size < st.st_size) bytes.resize(static_cast<std::size_t>(st.st_size), ' ');
+  if (!utility::detail::write_all(fd.get(), bytes)) return false;
   return ::ftruncate(fd.get(), size) == 0 && ::close(fd.release()) == 0;
 }
 

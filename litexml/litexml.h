@@ -83,8 +83,9 @@ class ILiteXmlDocument {
   ///
   /// The file is rewritten in place, not replaced: owner, mode, security label, hard links and bind
   /// mounts of other programs' files stay as they are. Its room is reserved before the first byte
-  /// is changed, so that a full disk or a quota leaves it untouched; a crash or a failing disk may
-  /// leave it half written.
+  /// is changed, so that a full disk or a quota leaves it untouched, and it is written at once: a
+  /// crash leaves the old file or the new one, perhaps with blanks behind it up to the old size. A
+  /// failing disk may leave it half written.
   /// @return greater than 0 on success.
   virtual int save(const char* path) = 0;
 

@@ -17,8 +17,8 @@ namespace utility {
 /// Strings are bytes in the file's own encoding, as its declaration has it (UTF-8 without one), and
 /// end at their first NUL byte. Values are plain text; what XML needs escaped is escaped. An edit
 /// keeps every byte of the file outside the place edited. The file is rewritten in place, so owner,
-/// mode and links stay; it is not locked, and a crash while it is written can leave it half
-/// written.
+/// mode and links stay; it is not locked. It is written at once: a crash leaves the old file or the
+/// new one, the latter perhaps with blanks behind it up to the old size.
 ///
 /// A malformed expression, a value that XML or the encoding cannot hold, and whatever else the
 /// document library refuses read as false. Only what is no `CLiteXmlException` of that library,
