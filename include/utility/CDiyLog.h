@@ -56,7 +56,8 @@ class UTILITY_API CDiyLog {
   /// conversion that fails.
   ///
   /// The line that brings the file to 10,485,760 bytes or more is its last: the file is closed,
-  /// deleted and made again, empty; nothing is kept of the old one.
+  /// deleted and made again, empty; nothing is kept of the old one. A crash in between leaves the
+  /// full file or none; the next line then starts a new one.
   ///
   /// Failures are not reported. Once writing or opening failed (a full disk), the object drops
   /// every later line; closing tries the line that failed once more. Before `init`, and for a null
