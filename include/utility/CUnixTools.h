@@ -201,8 +201,8 @@ class UTILITY_API CUnixTools {
   /// Returns the agent's installation directory: the first line (at most 1023 bytes) of
   /// /var/log/version_control, or "/usr/local/tarvel_agent" when that cannot be opened.
   ///
-  /// The answer is kept for the life of the process, except that an empty first line is read again
-  /// at the next call. The kept text is not locked: make the first call before other threads start.
+  /// The answer is kept for the life of the process, under a lock, except that an empty first line
+  /// is read again at the next call.
   static std::string get_tarvel_path();
 
   /// Tells which edition of the agent is installed, and for which distribution family.
