@@ -89,68 +89,6 @@ void read_by_libcsv(const std::string& path, Sink sink) {
   csv_free(&parser);
 }
 
-void add(const char* text, std::size_t size) {
-  record.emplace_back(text, size);
-}
-void end() {
-  benchmark::DoNotOptimize(record.data());
-  if (records != nullptr) records->push_back(record);
-  record.clear();
-}
-};
-
-/// Takes them as C strings of their own, as the library's arrays hold them.
-struct Arrays {
-  std::vector<char*> record;
-
-  void add(const char* text, std::size_t size) {
-    char* field = new char[size + 1];
-    std::memcpy(field, text, size);
-    field[size] = '\0';
-    record.push_back(field);
-  }
-  void end() {
-    benchmark::DoNotOptimize(record.data());
-    for (const char* field : record) delete[] field;
-    record.clear();
-  }
-};
-
-template <class Sink>
-void read_by_libcsv(const std::string& path, Sink sink) {
-  csv_parser parser{};
-  bench::require(csv_init(&parser, 0) == 0, "libcsv does not start");
-  const auto end_field = [](void* text, std::size_t size, void* to) {
-    static_cast<Sink*>(to)->add(static_cast<const char*>(text), size);
-  };
-  const auto end_record = [](int, void* to) { static_cast<Sink*>(to)->end(); };
-  std::FILE* file = std::fopen(path.c_str(), "rbe");
-  bench::require(file != nullptr, "the CSV file does not open");
-  static std::array<char, 65536> block;
-  while (const std::size_t size = std::fread(block.data(), 1, block.size(), file)) {
-    csv_parse(&parser, block.data(), size, end_field, end_record, &sink);
-  }
-  csv_fini(&parser, end_field, end_record, &sink);
-  std::fclose(file);
-  csv_free(&parser);
-}
-
-/// A file of records of 5 fields and 60 bytes, or `width` times as many.
-std::string written_file(int records, int width) {
-  const std::string path =
-      bench::scratch_file(std::to_string(records) + "x" + std::to_string(width) + ".csv");
-  std::ofstream out(path);
-  for (int i = 0; i < records; ++i) {
-    for (int part = 0; part < width; ++part) {
-      if (part > 0) out << ',';
-      out << i << ",host-" << i % 977 << ".example.net,10." << i % 256 << ".0." << i % 253
-          << ",\"rack " << i % 40 << ", row \"\"" << i % 7 << "\"\"\",active";
-    }
-    out << "\r\n";
-  }
-  return path;
-}
-
 void add(const std::string& row, int count, int width) {
   const std::string path = bench::csv_file(count, width);
   std::vector<Record> ours;
