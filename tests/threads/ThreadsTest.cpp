@@ -137,7 +137,9 @@ TEST(Threads, EachFindsWhatItFindsAlone) {
     ::listen(mail, kThreads);
     for (sleeper = ::fork(); sleeper == 0;) ::pause();
     ::close(held);
-    for (const pid_t server = ::fork(); server == 0;) serve_mail(mail);
+    if (::fork() == 0) {
+      for (;;) serve_mail(mail);
+    }
     ::close(mail);
     ASSERT_TRUE(shared_log.init(sandbox::scratch() + "/log", 0));
     std::string found[kThreads];
