@@ -3,10 +3,10 @@
 #include <array>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <string>
 #include <vector>
 
+#include "support/csv_file.h"
 #include "support/harness.h"
 #include "utility/CCSV.h"
 
@@ -89,24 +89,8 @@ void read_by_libcsv(const std::string& path, Sink sink) {
   csv_free(&parser);
 }
 
-/// A file of records of 5 fields and 60 bytes, or `width` times as many.
-std::string written_file(int records, int width) {
-  const std::string path =
-      bench::scratch_file(std::to_string(records) + "x" + std::to_string(width) + ".csv");
-  std::ofstream out(path);
-  for (int i = 0; i < records; ++i) {
-    for (int part = 0; part < width; ++part) {
-      if (part > 0) out << ',';
-      out << i << ",host-" << i % 977 << ".example.net,10." << i % 256 << ".0." << i % 253
-          << ",\"rack " << i % 40 << ", row \"\"" << i % 7 << "\"\"\",active";
-    }
-    out << "\r\n";
-  }
-  return path;
-}
-
 void add(const std::string& row, int count, int width) {
-  const std::string path = written_file(count, width);
+  const std::string path = bench::csv_file(count, width);
   std::vector<Record> ours;
   std::vector<Record> theirs;
   read_by_library(path, &ours);

@@ -2,7 +2,8 @@
 function(check name)
   add_test(NAME check_${name}
     COMMAND ${PROJECT_SOURCE_DIR}/script/checks/${name} ${ARGN}
-    WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
+    WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}
+    COMMAND_EXPAND_LISTS)
   set_tests_properties(check_${name} PROPERTIES LABELS check)
 endfunction()
 
@@ -12,4 +13,5 @@ check(analyze)
 check(symbols $<TARGET_FILE:utility>)
 check(layout $<TARGET_FILE:utility>)
 check(hardening $<TARGET_FILE:utility>)
+check(threads $<TARGET_OBJECTS:utility_objects>)
 check(consumer ${PROJECT_BINARY_DIR})

@@ -46,7 +46,7 @@ double seconds(const timeval& time) {
 struct Scratch {
   std::string dir;
   Scratch() {
-    dir = "/tmp/utility_bench." + std::string(6, 'X');
+    dir = std::filesystem::temp_directory_path() / ("utility_bench." + std::string(6, 'X'));
     require(::mkdtemp(dir.data()) != nullptr, "no directory for scratch files");
   }
   Scratch(const Scratch&) = delete;

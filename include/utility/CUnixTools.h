@@ -10,7 +10,8 @@ namespace utility {
 /// File, directory and command operations; the host's firewall; the agent's own installation.
 ///
 /// "Exists" means what access(2) says: links are followed, so a dangling link does not exist. No
-/// operation throws or prints, and all may run on any number of threads at once.
+/// operation throws or prints. All may run on any number of threads at once, but edits of the
+/// firewall's rules only one at a time.
 ///
 /// The result codes of the operations that return an `int` status:
 ///
@@ -201,8 +202,8 @@ class UTILITY_API CUnixTools {
   /// Returns the agent's installation directory: the first line (at most 1023 bytes) of
   /// /var/log/version_control, or "/usr/local/tarvel_agent" when that cannot be opened.
   ///
-  /// The answer is kept for the life of the process, except that an empty first line is read again
-  /// at the next call. The kept text is not locked: make the first call before other threads start.
+  /// The answer is kept for the life of the process, under a lock, except that an empty first line
+  /// is read again at the next call.
   static std::string get_tarvel_path();
 
   /// Tells which edition of the agent is installed, and for which distribution family.

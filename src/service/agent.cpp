@@ -1,5 +1,6 @@
 // The part of CUnixTools that knows the agent's own installation.
 
+#include <mutex>
 #include <string_view>
 
 #include "base/handles.h"
@@ -28,7 +29,9 @@ bool CUnixTools::program_is_tarvel() {
 }
 
 std::string CUnixTools::get_tarvel_path() {
+  static std::mutex s_lock;
   static std::string s_directory;
+  const std::lock_guard<std::mutex> hold(s_lock);
   if (s_directory.empty()) s_directory = read_installation_directory();
   return s_directory;
 }
