@@ -228,6 +228,10 @@ Fields up_to_nul(Fields fields) {
   return fields;
 }
 
+void check_file(const Model& model) {
+  FUZZ_CHECK(read_file(kPath) == model.file);
+}
+
 /// Another process' change. One that leaves size and times is not seen, so there must be more.
 void change(Model& model, const std::string& content) {
   if (content.size() == model.file.size() || content.size() > 100'000) return;
@@ -252,6 +256,7 @@ void step(CCSV& csv, Model& model, Input& input) {
       model.file.clear();
       model.opened();
       model.columns = 0;
+      check_file(model);
       break;
     case 's': {
       const int to = static_cast<signed char>(input.byte() - '0');
@@ -274,15 +279,18 @@ void step(CCSV& csv, Model& model, Input& input) {
     case 'w': {
       const Fields fields = record_in(input.text(kRecordEnd));
       FUZZ_CHECK(write_record(csv, fields) == model.write(fields));
+      check_file(model);
       break;
     }
     case 'd':
       FUZZ_CHECK(csv.DelRecord() == model.erase());
+      check_file(model);
       break;
     case 'n':
       FUZZ_CHECK(csv.NeatenFile(kPath));
       model.file = neatened(model.file);
       model.closed();
+      check_file(model);
       break;
     case 'x':
       change(model, input.text(kRecordEnd));
@@ -332,8 +340,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     FUZZ_CHECK(csv.GetRecordCount() == model.count);
     FUZZ_CHECK(csv.GetCurPos() == model.position);
     FUZZ_CHECK(csv.GetColCnt() == model.columns);
-    FUZZ_CHECK(read_file(kPath) == model.file);
   }
+  check_file(model);
   csv.Close();
   FUZZ_CHECK(std::fflush(stdout) == 0 && read_file("printed") == model.printed);
   FUZZ_CHECK(::access("~tempfile.csv", F_OK) != 0);
