@@ -60,9 +60,9 @@ class Server {
 
   ssize_t send(const char* data, std::size_t size) {
     if (!sending_) begin_turn();
-    sending_ = true;
     Exchange& exchange = exchanges.back();
-    if (std::exchange(send_fails_, false)) {
+    sending_ = !std::exchange(send_fails_, false);
+    if (!sending_) {
       exchange.send_failed = true;
       errno = EPIPE;
       return -1;
