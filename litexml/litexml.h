@@ -9,7 +9,7 @@
 /// Texts, names and path expressions are C strings in the document's own encoding: what its byte
 /// order mark or its declaration says, else UTF-8; UTF-8 too where that is UTF-16. In a document
 /// whose bytes are not valid in that encoding, or whose encoding is unknown to iconv, bytes are
-/// taken as they are.
+/// taken as they are; one that begins as UTF-16 and is not valid in it is no XML document.
 ///
 /// A document is edited in its text: everything outside the edited place keeps its bytes, from the
 /// declaration, DTD, comments and CDATA sections to the blanks inside tags.

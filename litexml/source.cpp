@@ -23,7 +23,11 @@ std::string edited(std::string_view text, const std::vector<Edit>& edits) {
 bool Source::load(std::string file) {
   charset_ = Charset::detect(file);
   std::string text;
-  if (!charset_.to_utf8(file, text)) charset_ = Charset();
+  if (!charset_.to_utf8(file, text)) {
+    // Taken as bytes, it could become valid by an edit, and with that another document.
+    if (charset_.is_wide()) return false;
+    charset_ = Charset();
+  }
   caller_charset_ = charset_.is_wide() ? Charset("UTF-8") : charset_;
   converted_ = charset_.converts();
   text_ = converted_ ? std::move(text) : file;

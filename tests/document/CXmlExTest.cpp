@@ -163,6 +163,9 @@ TEST_F(CXmlExTest, KeepsOtherEncodings) {
     EXPECT_EQ(dir_.read("c.xml"), none + "<r><a>\xb9\xfa</a></r>");
   }
 
+  dir_.write("c.xml", "\xff\xfe<r>x</r>\n");
+  EXPECT_FALSE(text("/r", "")) << "one byte less, and it were valid UTF-16";
+
   dir_.write("utf8", "<r><a>x</a> \xe4\xb8\xad</r>");
   ASSERT_EQ(std::system(("iconv -f UTF-8 -t UTF-16 " + (dir_ / "utf8") + " > " + file_).c_str()),
             0);
