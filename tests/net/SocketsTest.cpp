@@ -106,17 +106,16 @@ TEST(SocketLine, FastPathsAgreeWithTheirDefinitions) {
         const std::string text = std::string(line).replace(at, 1, put);
         detail::SocketLine quick{};
         detail::SocketLine defined{};
-        const bool strict = detail::scan_kernel_layout(family, text.c_str(), quick);
-        EXPECT_TRUE(strict || text != line) << "for the strict scanner, if any line is";
-        if (!strict) continue;
+        if (!detail::scan_kernel_layout(family, text.c_str(), quick)) {
+          EXPECT_NE(text, line);
+          continue;
+        }
         EXPECT_TRUE(detail::scan_by_format(family, text.c_str(), defined)) << text;
         EXPECT_EQ(std::memcmp(&quick, &defined, sizeof quick), 0) << text;
+        const in_addr address{quick.local_addr[0]};
+        EXPECT_EQ(CNetInfo::addr2str(AF_INET, &address), ::inet_ntoa(address));
       }
     }
-  }
-  for (unsigned byte = 0; byte < 256; ++byte) {
-    const in_addr address{byte * 0x03050701U};
-    EXPECT_EQ(CNetInfo::addr2str(AF_INET, &address), ::inet_ntoa(address));
   }
   for (const auto addr2str : {CNetInfo::addr2str, CUnixNetlink::addr2str, CUnixProcNet::addr2str}) {
     EXPECT_EQ(addr2str(AF_INET6, &in6addr_loopback) + addr2str(AF_UNIX, "none"), "::1");
