@@ -219,21 +219,3 @@ TEST(HostFigures, AgreeWithTheRunningKernel) {
     EXPECT_EQ(text(made.fs.f_blocks - made.fs.f_bfree, made.fs.f_bfree), "64 192 ") << "of 4 KiB";
   });
 }
-
-TEST(HostFigures, FixedOperationsChangeNothing) {
-  CUnixDisk::UnixDiskVg vg;
-  CUnixDisk::UnixDiskPv pv;
-  CUnixDisk::UnixDiskLv lv;
-  bool active = true;
-  std::string out;
-  EXPECT_EQ(
-      text(CUnixDisk::is_active_vg("sda", active), CUnixDisk::get_vg(nullptr, vg),
-           CUnixDisk::get_vgname_by_id("sda", out), CUnixDisk::get_pv(nullptr, nullptr, pv),
-           CUnixDisk::get_pvname_by_id("sda", out), CUnixDisk::get_lv(nullptr, lv),
-           CUnixDisk::string_to_unique_id("sda", nullptr), CUnixDisk::get_name("sda", "sda", out),
-           COS_info::get_os_vesion_str(out), CUnixDisk::get_pvs_by_vg("sda", note_pv, &out),
-           CUnixDisk::HexToDec(nullptr), CUnixDisk::unique_id_to_string(nullptr)),
-      "1 1 1 1 1 1 1 1 1 0 0  ");
-  EXPECT_EQ(vg.name + pv.name + lv.name + out, "");
-  EXPECT_TRUE(active);
-}
