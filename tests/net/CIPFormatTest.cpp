@@ -132,7 +132,7 @@ TEST(CBigInt, ComparesByTheFirstCharacterThatDiffers) {
     for (int byte = 1; byte < 256; ++byte) {
       const char other = static_cast<char>(byte);
       const int order = '5' > other ? 1 : '5' < other ? -1 : 0;
-      const std::size_t behind = order == 0 ? 0 : byte % 9;
+      const auto behind = static_cast<std::size_t>(order == 0 ? 0 : byte % 9);
       const std::string a = std::string(place, '5') + '5' + std::string(behind, '5');
       std::string b = std::string(place, '5') + other + std::string(behind, order > 0 ? '9' : '0');
       EXPECT_EQ(CBigInt::sub(a.c_str(), b.c_str(), b), order) << place << ", " << byte;
