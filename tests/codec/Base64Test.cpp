@@ -55,17 +55,4 @@ TEST(Base64, DecodesWhatIsLeftAfterFiltering) {
             "zyxwvutsrqponmlkjihgfedcbaZYXWVUTSRQPONMLKJIHGFEDCBA=9876543210/+");
 }
 
-TEST(Base64, WithoutMemoryNothingIsHandedOut) {
-  const auto fails = [](BufferForm form, const char* in, std::size_t allocations) {
-    std::size_t failures = 0;
-    while ((AllocFault(failures), run(form, in)) == kNothing) ++failures;
-    EXPECT_EQ(failures, allocations) << in;
-  };
-  fails(Base64::encode, "foobar", 1);
-  fails(Base64::removeNonBase64Chars, "foobar", 1);
-  fails(Base64::decode, "Zm9v", 1);
-  fails(Base64::decode, "Zm9v\n", 2);
-  fails(Base64::decode, "Zm9vZm=v", 3);
-}
-
 }  // namespace

@@ -53,21 +53,17 @@ TEST(Xxtea, DamagedTextsGiveNothing) {
 }
 
 TEST(Xxtea, LengthWordMustFitTheWords) {
-  const std::tuple<const char*, std::vector<std::uint32_t>, bool, std::size_t, const char*> rows[] =
-      {
-          {"all bytes of all words", {0x64636261, 0x68676665}, false, 8, "abcdefgh"},
-          {"below the lower bound", {0x64636261, 0x68676665, 4}, true, 0, "null"},
-          {"the lower bound", {0x64636261, 0x68676665, 5}, true, 5, "abcde"},
-          {"the upper bound", {0x64636261, 0x68676665, 8}, true, 8, "abcdefgh"},
-          {"above the upper bound", {0x64636261, 0x68676665, 9}, true, 0, "null"},
-          {"no words", {}, true, 0, "null"},
-      };
-  for (const auto& [why, words, include_length, expected_size, expected] : rows) {
+  const auto bytes_of = [](const std::vector<std::uint32_t>& words, bool include_length) {
     std::size_t size = 99;
     void* const out = xxtea_to_ubyte_array(words.data(), words.size(), include_length, &size);
-    EXPECT_EQ(size, expected_size) << why;
-    EXPECT_STREQ(take(out, size + 1).c_str(), expected) << why;
-  }
+    return std::to_string(size) + " " + take(out, size + 1).c_str();
+  };
+  EXPECT_EQ(bytes_of({0x64636261, 0x68676665}, false), "8 abcdefgh") << "all bytes of all words";
+  EXPECT_EQ(bytes_of({0x64636261, 0x68676665, 4}, true), "0 null") << "below the lower bound";
+  EXPECT_EQ(bytes_of({0x64636261, 0x68676665, 5}, true), "5 abcde") << "the lower bound";
+  EXPECT_EQ(bytes_of({0x64636261, 0x68676665, 8}, true), "8 abcdefgh") << "the upper bound";
+  EXPECT_EQ(bytes_of({0x64636261, 0x68676665, 9}, true), "0 null") << "above the upper bound";
+  EXPECT_EQ(bytes_of({}, true), "0 null") << "no words";
 }
 
 TEST(Xxtea, PlainMemory) {

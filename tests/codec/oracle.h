@@ -6,7 +6,6 @@
 #include <memory>
 #include <string>
 
-#include "support/alloc_fault.h"
 #include "support/temp_dir.h"
 
 /// What `command` prints to its standard output.

@@ -7,7 +7,6 @@
 #include <map>
 #include <tuple>
 
-#include "support/alloc_fault.h"
 #include "utility/CBigInt.h"
 
 using utility::CBigInt;
@@ -19,18 +18,6 @@ using Texts = std::vector<std::string>;
 
 CIPFormat& format = *CIPFormat::instance();
 
-std::string number(const std::string& text) {
-  unsigned value = 77;
-  const int result = format.ipv4_to_i(text.c_str(), &value);
-  return std::to_string(result) + ": " + std::to_string(value);
-}
-
-std::string full_form(const std::string& text) {
-  std::string out = "untouched";
-  const int result = format.format_ip_address(text.c_str(), out);
-  return std::to_string(result) + ": " + out;
-}
-
 // Every text of a row has the row's result.
 void expect(std::string (*call)(const std::string&), const std::map<std::string, Texts>& rows) {
   for (const auto& [result, texts] : rows) {
@@ -41,6 +28,11 @@ void expect(std::string (*call)(const std::string&), const std::map<std::string,
 }  // namespace
 
 TEST(CIPFormat, ReadsFieldsLeniently) {
+  const auto number = [](const std::string& text) {
+    unsigned value = 77;
+    const int result = format.ipv4_to_i(text.c_str(), &value);
+    return std::to_string(result) + ": " + std::to_string(value);
+  };
   expect(number, {{"1: 16909060", {"1.2.3.4", "1.2.3.4.x", "1.2.3.4/24", "1/9.02.3.4"}},
                   {"1: 167837696", {"10.1", "10.1.", "10.1..0"}},
                   {"1: 0", {"", "/", "..."}},
@@ -55,6 +47,11 @@ TEST(CIPFormat, ReadsFieldsLeniently) {
 }
 
 TEST(CIPFormat, BringsAddressesToTheFullForm) {
+  const auto full_form = [](const std::string& text) {
+    std::string out = "untouched";
+    const int result = format.format_ip_address(text.c_str(), out);
+    return std::to_string(result) + ": " + out;
+  };
   expect(full_form,
          {{"0: 0000:0000:0000:0000:0000:FFFF:C0A8:0101", {"192.168.1.1", "::ffff:192.168.1.1"}},
           {"0: 0102:0304:0000:0000:0000:0000:0000:0000",
@@ -104,8 +101,6 @@ TEST(CIPFormat, CompressesByItsOwnRules) {
                     {"1:2:3:4:5:6:7:0", {":1:2:3:4:5:6:7", "1:2:3:4:5:6:7:"}},
                     {"1234:0:2:3:4:5:6:ABCD", {"12345678:00001:2:3:4:5:6:abcdef"}},
                     {"a:0:0:0:0:0:1.2.3.4", {"a:0:0:0:0:0:1.2.3.4"}}});
-  const AllocFault fault(0);
-  EXPECT_EQ(compress("00:0:0:0:0:0:0:1"), "00:0:0:0:0:0:0:1");
 }
 
 TEST(CIPFormat, MapsBothWays) {
@@ -118,31 +113,29 @@ TEST(CIPFormat, MapsBothWays) {
 }
 
 TEST(CBigInt, OrdersByLengthThenDigits) {
-  using Row = std::tuple<std::string, std::string, int, std::string>;
-  for (const auto& [a, b, order, expected] :
-       {Row{"007", "7", 1, "000"}, Row{"5", "5", 0, "0"}, Row{"", "12", -1, "12"},
-        Row{"2000301", "1999402", 1, "0000899"}, Row{"99", "100", -1, "001"},
-        Row{std::string(5000, '5'), std::string(5000, '1'), 1, std::string(5000, '4')}}) {
-    std::string in_place = a;
-    EXPECT_EQ(CBigInt::sub(in_place.c_str(), b.c_str(), in_place), order) << a;
-    EXPECT_EQ(in_place, expected);
-  }
-  std::string meaningless;
-  EXPECT_EQ(CBigInt::sub("010", "20", meaningless), 1);
-  EXPECT_EQ(CBigInt::sub("1\xff", "10", meaningless), -1);
+  // The order and the difference, which takes the place of an operand.
+  const auto sub = [](std::string a, const std::string& b) {
+    const int order = CBigInt::sub(a.c_str(), b.c_str(), a);
+    return std::to_string(order) + " " + a;
+  };
+  EXPECT_EQ(sub("007", "7"), "1 000");
+  EXPECT_EQ(sub("5", "5"), "0 0");
+  EXPECT_EQ(sub("", "12"), "-1 12");
+  EXPECT_EQ(sub("99", "100"), "-1 001");
+  EXPECT_EQ(sub("2000301", "1999402"), "1 0000899");
+  EXPECT_EQ(sub(std::string(5000, '5'), std::string(5000, '1')), "1 " + std::string(5000, '4'));
 }
 
-TEST(CBigInt, ComparesTheFirstPlaceThatDiffersAsChars) {
-  for (const std::size_t size : {1U, 7U, 8U, 9U, 17U, 24U}) {
-    for (std::size_t place = 0; place < size; ++place) {
-      for (int byte = 1; byte < 256; ++byte) {
-        std::string other(size, '5');
-        other[place] = static_cast<char>(byte);
-        const int order = '5' > other[place] ? 1 : '5' < other[place] ? -1 : 0;
-        if (order != 0) other.replace(place + 1, size, size - place - 1, order > 0 ? '9' : '0');
-        EXPECT_EQ(CBigInt::sub(std::string(size, '5').c_str(), other.c_str(), other), order)
-            << size << ", " << place << ", " << byte;
-      }
+// Characters that are no digits count as `char`; what stands behind would decide otherwise.
+TEST(CBigInt, ComparesByTheFirstCharacterThatDiffers) {
+  for (std::size_t place = 0; place < 24; ++place) {
+    for (int byte = 1; byte < 256; ++byte) {
+      const char other = static_cast<char>(byte);
+      const int order = '5' > other ? 1 : '5' < other ? -1 : 0;
+      const auto behind = static_cast<std::size_t>(order == 0 ? 0 : byte % 9);
+      const std::string a = std::string(place, '5') + '5' + std::string(behind, '5');
+      std::string b = std::string(place, '5') + other + std::string(behind, order > 0 ? '9' : '0');
+      EXPECT_EQ(CBigInt::sub(a.c_str(), b.c_str(), b), order) << place << ", " << byte;
     }
   }
 }

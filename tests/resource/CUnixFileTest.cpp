@@ -23,11 +23,11 @@ int collect(const CUnixFile::UnixFileData& item, void* items) {
 }
 
 // "name:type and sub" of each item that `filter` lets through.
-std::string list(const std::string& dir, char filter) {
-  Items items;
-  EXPECT_EQ(CUnixFile::get_sub_item(dir, static_cast<unsigned char>(filter), collect, &items), 0);
+std::string list(const std::string& dir, char filter, Items* items) {
+  items->clear();
+  EXPECT_EQ(CUnixFile::get_sub_item(dir, static_cast<unsigned char>(filter), collect, items), 0);
   std::string text;
-  for (const auto& [name, item] : items) {
+  for (const auto& [name, item] : *items) {
     text += name + ":" + static_cast<char>(item.type) + std::to_string(item.sub) + " ";
   }
   return text;
@@ -61,32 +61,32 @@ TEST(CUnixFile, ShowsModesAsText) {
 
 TEST(CUnixFile, CreatesRenamesAndSetsModes) {
   sandbox::run([] {
-    const std::string dir = sandbox::scratch() + "/dir/";
-    sandbox::write_file(dir + "kept", "content");
-    fs::create_symlink("nowhere", dir + "link");
+    const std::string dir = sandbox::scratch() + "/dir";
+    sandbox::write_file(dir + "/kept", "content");
+    fs::current_path(dir);
+    fs::create_symlink("nowhere", "link");
     ::umask(0777);
-    EXPECT_EQ(CUnixFile::create_item(dir + "item", '_', 04640), 0);
-    EXPECT_EQ(CUnixFile::create_item(dir + "other", 'd', 0700), 0);
+    EXPECT_EQ(CUnixFile::create_item("item", '_', 04640), 0);
+    EXPECT_EQ(CUnixFile::create_item("other", 'd', 0700), 0);
     EXPECT_EQ(CUnixFile::create_item("", '_', 0), 1);
-    EXPECT_EQ(CUnixFile::create_item(dir + "kept", '_', 0), 6);
-    EXPECT_EQ(CUnixFile::create_item(dir + "no/such", '_', 0), 7);
+    EXPECT_EQ(CUnixFile::create_item("kept", '_', 0), 6);
+    EXPECT_EQ(CUnixFile::create_item("no/such", '_', 0), 7);
     EXPECT_EQ(CUnixFile::create_item(std::string(5000, 'x'), 'd', 0), 8);
-    EXPECT_EQ(CUnixFile::create_item(dir + "new", 'f', 0), 9);
+    EXPECT_EQ(CUnixFile::create_item("new", 'f', 0), 9);
     EXPECT_EQ(CUnixFile::mod_mode("", 0), 1);
-    EXPECT_EQ(CUnixFile::mod_mode(dir + "link", 0), 10);
+    EXPECT_EQ(CUnixFile::mod_mode("link", 0), 10);
     EXPECT_EQ(CUnixFile::mod_mode("/proc/self/fd", 0), 13);
-    EXPECT_EQ(CUnixFile::mod_mode(dir + "other", 01711), 0);
-    EXPECT_EQ(CUnixFile::rename_item("", dir + "new"), 1);
-    EXPECT_EQ(CUnixFile::rename_item(dir + "item", ""), 1);
-    EXPECT_EQ(CUnixFile::rename_item(dir + "missing", dir + "new"), 10);
-    EXPECT_EQ(CUnixFile::rename_item(dir + "item", dir + "kept"), 6);
-    EXPECT_EQ(CUnixFile::rename_item(dir + "item", dir + "link"), 6);
-    EXPECT_EQ(CUnixFile::rename_item(dir + "other", dir + "other/in"), 12);
-    EXPECT_EQ(CUnixFile::rename_item(dir + "item", dir + "renamed"), 0);
+    EXPECT_EQ(CUnixFile::mod_mode("other", 01711), 0);
+    EXPECT_EQ(CUnixFile::rename_item("", "new"), 1);
+    EXPECT_EQ(CUnixFile::rename_item("item", ""), 1);
+    EXPECT_EQ(CUnixFile::rename_item("missing", "new"), 10);
+    EXPECT_EQ(CUnixFile::rename_item("item", "kept"), 6);
+    EXPECT_EQ(CUnixFile::rename_item("item", "link"), 6);
+    EXPECT_EQ(CUnixFile::rename_item("other", "other/in"), 12);
+    EXPECT_EQ(CUnixFile::rename_item("item", "renamed"), 0);
     Items items;
-    EXPECT_EQ(CUnixFile::get_sub_item(dir, 'a', collect, &items), 0);
-    EXPECT_EQ(items.size(), 4U);
-    EXPECT_EQ(sandbox::read_file(dir + "kept"), "content");
+    EXPECT_EQ(list(".", 'a', &items), "kept:_0 link:l0 other:d0 renamed:_0 ");
+    EXPECT_EQ(sandbox::read_file("kept"), "content");
     EXPECT_EQ(items["renamed"].mode, S_IFREG | 04640U);
     EXPECT_EQ(items["other"].mode, S_IFDIR | 01711U);
   });
@@ -109,12 +109,14 @@ TEST(CUnixFile, ListsEveryKindOfItem) {
     const timespec times[] = {{1000000001, 0}, {-7, 0}};  // access, modification
     ASSERT_EQ(::utimensat(AT_FDCWD, "1023", times, 0), 0);
 
+    Items items;
     std::string by_type;
-    for (const char type : {'_', 'b', 'c', 'd', 'f', 'l', 's', 'z'}) by_type += list(dir, type);
+    for (const char type : {'_', 'b', 'c', 'd', 'f', 'l', 's', 'z'}) {
+      by_type += list(dir, type, &items);
+    }
     EXPECT_EQ(by_type,
               "1023:_0 1024:_0 24576:b0 8192:c0 both:d3 links:d1 4096:f0 link:l0 49152:s0 ");
-    Items items;
-    EXPECT_EQ(CUnixFile::get_sub_item(dir, 'a', collect, &items), 0);
+    list(dir, 'a', &items);
     EXPECT_EQ(items.size(), 9U);
     EXPECT_EQ(std::pair(items["1023"].size, items["1024"].size), std::pair(0L, 1L));
     const auto& item = items["1023"];

@@ -8,7 +8,6 @@
 #include <sstream>
 
 #include "resource/os_version.h"
-#include "support/alloc_fault.h"
 #include "support/sandbox.h"
 #include "utility/CCpuInfo.h"
 #include "utility/CDiskInfo.h"
@@ -163,10 +162,6 @@ TEST(HostFiles, FailuresHaveTheirCodes) {
     std::filesystem::create_directory(kMounts.path);  // opens, but cannot be read
     sandbox::bind_path("/proc/self/mem", kCpu.path);  // so too
     EXPECT_EQ(mounts() + cpus(), "2 || 0 2 0 kept 0 0 0 0 0 0 0 ");
-    for (const Source& source : {kMounts, kCpu}) {
-      const AllocFault fault(0);
-      EXPECT_EQ(source.read().substr(0, 5), source.read == cpus ? "3 -1 " : "3 || ");
-    }
     std::filesystem::remove(kMounts.path);
     std::filesystem::create_directory(sandbox::scratch() + "/empty");
     sandbox::bind_path(sandbox::scratch() + "/empty", "/proc");
@@ -223,24 +218,4 @@ TEST(HostFigures, AgreeWithTheRunningKernel) {
     EXPECT_EQ(text(made.dev, made.mount, made.fstype), "made-here /mnt tmpfs ");
     EXPECT_EQ(text(made.fs.f_blocks - made.fs.f_bfree, made.fs.f_bfree), "64 192 ") << "of 4 KiB";
   });
-}
-
-TEST(HostFigures, FixedOperationsChangeNothing) {
-  CUnixDisk::UnixDiskVg vg;
-  CUnixDisk::UnixDiskPv pv;
-  CUnixDisk::UnixDiskLv lv;
-  bool on = true;
-  bool off = false;
-  std::string out;
-  std::vector<std::string> names;
-  CUnixDisk::get_filenames_from_rdsk(names);
-  EXPECT_EQ(text(CUnixDisk::is_active_vg("sda", on), CUnixDisk::is_active_vg("sda", off),
-                 CUnixDisk::get_vg(nullptr, vg), CUnixDisk::get_vgname_by_id("sda", out),
-                 CUnixDisk::get_pv(nullptr, nullptr, pv), CUnixDisk::get_pvname_by_id("sda", out),
-                 CUnixDisk::get_lv(nullptr, lv), CUnixDisk::string_to_unique_id("sda", nullptr),
-                 CUnixDisk::get_name("sda", "sda", out), COS_info::get_os_vesion_str(out),
-                 CUnixDisk::get_pvs_by_vg("sda", note_pv, &out), CUnixDisk::HexToDec(nullptr),
-                 CUnixDisk::unique_id_to_string(nullptr)),
-            "1 1 1 1 1 1 1 1 1 1 0 0  ");
-  EXPECT_EQ(text(vg.name, pv.name, lv.name, out, on, off, names.size()), "    1 0 0 ");
 }

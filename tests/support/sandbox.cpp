@@ -21,6 +21,7 @@
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
+#include <tuple>
 
 extern "C" int __lsan_do_recoverable_leak_check() __attribute__((weak));
 
@@ -29,9 +30,11 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr int kPassed = 0;
 constexpr int kSetupFailed = 90;
 constexpr int kTestFailed = 91;
 constexpr int kLeaked = 92;
+constexpr int kTimedOut = 93;
 
 std::string g_scratch;
 
@@ -73,39 +76,37 @@ void prepare_files() {
   // What runs on the machine (systemd, daemons' sockets) must not be reachable from inside.
   require(::mount("tmpfs", "/run", "tmpfs", 0, "mode=0755") == 0, "/run");
   require(::mount("proc", "/proc", "proc", 0, nullptr) == 0, "/proc");
-  fs::create_directory(g_scratch + "/etc");
-  fs::copy("/etc", g_scratch + "/etc",
-           fs::copy_options::recursive | fs::copy_options::copy_symlinks);
-  for (const auto& entry : fs::recursive_directory_iterator("/etc")) {
-    struct stat st {};
-    if (::lstat(entry.path().c_str(), &st) != 0) continue;
-    // Owners matter to the account tools (shadow's group); modes came with the copy.
-    const std::string copy = g_scratch + entry.path().string();
-    if (::lchown(copy.c_str(), st.st_uid, st.st_gid) == 0 && S_ISREG(st.st_mode)) {
-      ::chmod(copy.c_str(), st.st_mode & 07777);
-    }
-  }
+  // With its owners, which matter to the account tools; those that a user namespace lacks stay out.
+  std::ignore = std::system(("cp -a /etc " + g_scratch + " 2>/dev/null").c_str());
+  require(fs::exists(g_scratch + "/etc/passwd"), "copy of /etc");
   bind_path(g_scratch + "/etc", "/etc");
 }
 
-// Sends each failure as three NUL-terminated texts: file, line, message.
-void send_failures(const ::testing::TestPartResultArray& results, int fd) {
+// Sends each failure as three NUL-terminated texts: file, line, message. True if there was one.
+bool send_failures(const ::testing::TestPartResultArray& results, int fd) {
+  bool any = false;
   for (int i = 0; i < results.size(); ++i) {
     const auto& part = results.GetTestPartResult(i);
     if (!part.failed()) continue;
-    const std::string line = std::to_string(part.line_number());
-    for (const char* text :
-         {part.file_name() != nullptr ? part.file_name() : "", line.c_str(), part.message()}) {
-      if (::write(fd, text, std::strlen(text) + 1) < 0) return;
-    }
+    any = true;
+    std::string text = part.file_name() != nullptr ? part.file_name() : "";
+    text.append(1, '\0').append(std::to_string(part.line_number()));
+    text.append(1, '\0').append(part.message()).append(1, '\0');
+    if (::write(fd, text.data(), text.size()) < 0) break;
   }
+  return any;
 }
 
-bool any_failed(const ::testing::TestPartResultArray& results) {
-  for (int i = 0; i < results.size(); ++i) {
-    if (results.GetTestPartResult(i).failed()) return true;
+// Reports as failures of the test what `send_failures` sent.
+void report(const std::string& failures) {
+  std::istringstream stream(failures);
+  std::string file;
+  std::string line;
+  std::string message;
+  while (std::getline(stream, file, '\0') && std::getline(stream, line, '\0') &&
+         std::getline(stream, message, '\0')) {
+    ADD_FAILURE_AT(file.c_str(), std::atoi(line.c_str())) << message;
   }
-  return false;
 }
 
 // The body proper. Leaves without running exit handlers, which belong to the parent.
@@ -127,27 +128,28 @@ bool any_failed(const ::testing::TestPartResultArray& results) {
     ADD_FAILURE() << "exception out of the sandbox body: " << error.what();
   }
   std::fflush(nullptr);
-  if (any_failed(results)) {
-    send_failures(results, fd);
-    ::_exit(kTestFailed);
-  }
-  if (options.leak_check && __lsan_do_recoverable_leak_check != nullptr &&
-      __lsan_do_recoverable_leak_check() != 0) {
-    ::_exit(kLeaked);
-  }
-  ::_exit(0);
+  if (send_failures(results, fd)) ::_exit(kTestFailed);
+  const bool leak_check = options.leak_check && __lsan_do_recoverable_leak_check != nullptr;
+  ::_exit(leak_check && __lsan_do_recoverable_leak_check() != 0 ? kLeaked : kPassed);
 }
 
-// Process 1 of the sandbox: reaps whatever is left to it until the body ends. Goes with its parent,
-// so that nothing stays behind where the whole test program is killed.
-[[noreturn]] void run_init(const std::function<void()>& body, const Options& options, int fd) {
-  ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-  const pid_t child = ::fork();
-  if (child == 0) run_body(body, options, fd);
+// Waits for `child`, and for whatever else is left to this process; then ends as it ended.
+[[noreturn]] void end_with(pid_t child) {
   int status = 0;
   while (::waitpid(-1, &status, 0) != child) {
   }
   ::_exit(WIFEXITED(status) ? WEXITSTATUS(status) : 100 + WTERMSIG(status));
+}
+
+// Process 1 of the sandbox, with which everything in it ends. Goes with its parent, so that nothing
+// stays behind where the whole test program is killed.
+[[noreturn]] void run_init(const std::function<void()>& body, const Options& options, int fd) {
+  ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+  const pid_t child = ::fork();
+  if (child == 0) run_body(body, options, fd);
+  ::signal(SIGALRM, [](int) { ::_exit(kTimedOut); });
+  ::alarm(static_cast<unsigned>(options.seconds));
+  end_with(child);
 }
 
 [[noreturn]] void run_child(const std::function<void()>& body, const Options& options, int fd) {
@@ -160,33 +162,7 @@ bool any_failed(const ::testing::TestPartResultArray& results) {
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);  // behind a new user namespace, which would undo it
   const pid_t init = ::fork();
   if (init == 0) run_init(body, options, fd);
-  ::close(fd);
-  int status = 0;
-  ::alarm(static_cast<unsigned>(options.seconds));
-  // The alarm ends only this process; process 1 must go with it.
-  static pid_t s_init = 0;
-  s_init = init;
-  ::signal(SIGALRM, [](int) { ::kill(s_init, SIGKILL); });
-  while (::waitpid(init, &status, 0) < 0 && errno == EINTR) {
-  }
-  ::_exit(WIFEXITED(status) ? WEXITSTATUS(status) : 100 + WTERMSIG(status));
-}
-
-void report(const std::string& failures, int status) {
-  std::istringstream stream(failures);
-  std::string file;
-  std::string line;
-  std::string message;
-  while (std::getline(stream, file, '\0') && std::getline(stream, line, '\0') &&
-         std::getline(stream, message, '\0')) {
-    ADD_FAILURE_AT(file.c_str(), std::atoi(line.c_str())) << message;
-  }
-  const int code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  EXPECT_NE(code, kSetupFailed) << "the sandbox could not be set up";
-  EXPECT_NE(code, kLeaked) << "memory leaked in the sandbox";
-  if (code != 0 && code != kSetupFailed && code != kLeaked && code != kTestFailed) {
-    ADD_FAILURE() << "the sandbox body died (100 + signal, or exit status): " << code;
-  }
+  end_with(init);
 }
 
 std::string call_log() {
@@ -229,7 +205,14 @@ void run(const std::function<void()>& body, const Options& options) {
   int status = 0;
   ASSERT_EQ(::waitpid(child, &status, 0), child);
   ::rmdir(name.c_str());
-  report(failures, status);
+  report(failures);
+  const int code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  EXPECT_NE(code, kSetupFailed) << "the sandbox could not be set up";
+  EXPECT_NE(code, kLeaked) << "memory leaked in the sandbox";
+  EXPECT_NE(code, kTimedOut) << "the sandbox body did not end in time";
+  const bool told = code >= kSetupFailed && code <= kTimedOut;
+  EXPECT_TRUE(code == kPassed || told)
+      << "the sandbox body died (100 + signal, or exit status): " << code;
 }
 
 const std::string& scratch() {
