@@ -268,9 +268,9 @@ TEST_F(CCSVTest, AChangeThatKeepsTheSizeIsNoticed) {
   dir_.write("t.csv", "a,1\nb,2\n");
   ASSERT_TRUE(csv_.Open("t.csv") && csv_.SetCurPos(1));
   EXPECT_EQ(read(csv_), (Fields{"b", "2"}));
-  ASSERT_EQ(std::system("printf 'a,\\n3b,\\n' > t.csv; touch -d 2001-01-01 t.csv"), 0);
+  ASSERT_EQ(std::system("printf 'a,\\n33b,\\n' > t.csv; touch -d 2001-01-01 t.csv"), 0);
   ASSERT_TRUE(csv_.SetCurPos(1));
-  EXPECT_EQ(read(csv_), (Fields{"3b", ""}));
+  EXPECT_EQ(read(csv_), (Fields{"33b", ""}));
 }
 
 TEST_F(CCSVTest, RecordsInOrderCostTheirOwnLength) {
