@@ -10,8 +10,8 @@ namespace utility {
 /// File, directory and command operations; the host's firewall; the agent's own installation.
 ///
 /// "Exists" means what access(2) says: links are followed, so a dangling link does not exist. No
-/// operation throws or prints. All may run on any number of threads at once, but edits of the
-/// firewall's rules only one at a time.
+/// operation prints, and none but `get_agent_names` throws. All may run on any number of threads at
+/// once, but edits of the firewall's rules only one at a time.
 ///
 /// The result codes of the operations that return an `int` status:
 ///

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <optional>
 #include <stdexcept>
 
 #include "support/sandbox.h"
@@ -8,94 +9,76 @@
 
 using utility::CUnixTools;
 
-namespace {
+constexpr char kPointer[] = "/var/log/version_control";
 
-// The installation directory is kept for the life of a process, so every story gets one of its own.
-void with_agent_in(const std::string& name, const std::function<void(const std::string&)>& body) {
-  sandbox::run([&] {
-    sandbox::make_private("/var/log");
-    const std::string directory = sandbox::scratch() + name;
-    sandbox::write_file("/var/log/version_control", directory + "\nsecond line\n");
-    sandbox::write_file(directory + "/command_control", "");
-    body(directory);
-  });
-}
-
-}  // namespace
-
-TEST(Agent, TheInstallationDirectoryIsReadOnce) {
-  with_agent_in("/opt/agent", [](const std::string& directory) {
-    EXPECT_EQ(CUnixTools::get_tarvel_path(), directory);
-    sandbox::write_file("/var/log/version_control", "/elsewhere\n");
-    EXPECT_EQ(CUnixTools::get_tarvel_path(), directory);
-  });
-  with_agent_in("/opt/agent", [](const std::string&) {
-    const std::string longest(1100, 'd');
-    sandbox::write_file("/var/log/version_control", "\n");
-    EXPECT_EQ(CUnixTools::get_tarvel_path(), "");
-    sandbox::write_file("/var/log/version_control", longest);
-    EXPECT_EQ(CUnixTools::get_tarvel_path(), longest.substr(0, 1023)) << "an empty one is not kept";
-  });
-  with_agent_in("/opt/agent", [](const std::string&) {
-    ::unlink("/var/log/version_control");
-    EXPECT_EQ(CUnixTools::get_tarvel_path(), "/usr/local/tarvel_agent");
-    EXPECT_FALSE(CUnixTools::program_is_tarvel());
-    sandbox::write_file("/etc/init.d/tarvel", "");
-    EXPECT_TRUE(CUnixTools::program_is_tarvel());
-  });
-}
-
-TEST(Agent, EditionAndDistribution) {
+TEST(Agent, TheInstallationDirectoryTellsEditionAndDistribution) {
+  const std::string longest(1023, 'd');
   const struct {
-    const char* directory;
-    std::vector<const char*> markers;
+    const char* sentence;
+    std::optional<std::string> pointer;
+    std::string directory;
+    std::vector<std::string> markers;
     int edition, distribution;
-  } rows[] = {{"/my-vek/a", {"debian", "suse"}, 1, 2},
-              {"/vek/pxqnt", {"centos", "ubuntu"}, 2, 0},
-              {"/agent", {"debian"}, 0, 3},
-              {"/agent", {}, 0, 77}};
+  } rows[] = {
+      {"the first line", "/etc/my-vek/a\nb\n", "/etc/my-vek/a", {"debian", "suse"}, 1, 2},
+      {"both editions", "/etc/vek/pxqnt\n", "/etc/vek/pxqnt", {"centos", "ubuntu"}, 2, 0},
+      {"no edition", "/etc/agent", "/etc/agent", {"debian"}, 0, 3},
+      {"no marker: as before", "/etc/agent\n", "/etc/agent", {}, 0, 77},
+      {"1023 bytes of a line", longest + "e", longest, {}, 0, 77},
+      {"no pointer", std::nullopt, "/usr/local/tarvel_agent", {}, 0, 77},
+      {"an empty line", "\n", "", {}, 0, 77},
+  };
   for (const auto& row : rows) {
-    SCOPED_TRACE(row.directory);
-    with_agent_in(row.directory, [&row](const std::string& directory) {
-      for (const char* marker : row.markers) sandbox::write_file(directory + "/" + marker, "");
+    SCOPED_TRACE(row.sentence);
+    // The directory is kept for the life of a process, so every row gets one of its own.
+    sandbox::run([&row] {
+      sandbox::make_private("/var/log");
+      ::unlink(kPointer);
+      if (row.pointer) sandbox::write_file(kPointer, *row.pointer);
+      for (const auto& marker : row.markers) sandbox::write_file(row.directory + "/" + marker, "");
       int edition = 77;
       int distribution = 77;
       CUnixTools::get_oem_and_issue(edition, distribution);
       EXPECT_EQ(edition, row.edition);
       EXPECT_EQ(distribution, row.distribution);
+      EXPECT_EQ(CUnixTools::get_tarvel_path(), row.directory);
+      sandbox::write_file(kPointer, "/later\n");
+      EXPECT_EQ(CUnixTools::get_tarvel_path(), row.directory.empty() ? "/later" : row.directory);
     });
   }
 }
 
 TEST(Agent, CommandControlEntriesAndTheScriptService) {
-  with_agent_in("/agent", [](const std::string& directory) {
-    const std::string file = directory + "/command_control";
-    const struct {
-      const char* sentence;
-      std::string content;
-      const char* name;
-      std::string value;
-    } rows[] = {
-        {"one separator byte", "x=1\nscript_server=a\nscript_server=b\n", "script_server", "a"},
-        {"blanks around", "y  web  \n", "y", "web"},
-        {"a name that only begins the line", "script_server=a\n", "script", "server=a"},
-        {"no entry", "x=1\n", "y", ""},
-        {"nothing behind the name", "y\n", "y", ""},
-        {"127 bytes of a line", "y=" + std::string(200, 'v'), "y", std::string(125, 'v')},
-    };
+  const struct {
+    const char *sentence, *name;
+    std::string content, value;
+  } rows[] = {
+      {"one separator byte", "script_server", "x=1\nscript_server=a\nscript_server=b\n", "a"},
+      {"blanks around", "y", "y  web  \n", "web"},
+      {"a name that only begins the line", "script", "script_server=a\n", "server=a"},
+      {"no entry", "y", "x=1\n", ""},
+      {"nothing behind the name", "y", "y\n", ""},
+      {"127 bytes of a line", "y", "y=" + std::string(200, 'v'), std::string(125, 'v')},
+  };
+  sandbox::run([&rows] {
+    sandbox::make_private("/var/log");
+    const std::string file = "/etc/agent/command_control";
+    sandbox::write_file(kPointer, "/etc/agent\n");
+    EXPECT_EQ(CUnixTools::get_agent_names("y"), "") << "no file";
     for (const auto& row : rows) {
       sandbox::write_file(file, row.content);
       EXPECT_EQ(CUnixTools::get_agent_names(row.name), row.value) << row.sentence;
     }
     sandbox::write_file(file, "x=1\ny");
     EXPECT_THROW(CUnixTools::get_agent_names("y"), std::out_of_range);
-    ::unlink(file.c_str());
-    EXPECT_EQ(CUnixTools::get_agent_names("y"), "");
 
     sandbox::write_file(file, "script_server=webagent\n");
     sandbox::record_shell(false);
     for (const int operation : {0, 1, 2, -1}) CUnixTools::operate_agent_service(operation);
     EXPECT_EQ(sandbox::shell_commands(), (std::vector<std::string>{"/etc/init.d/webagent start",
                                                                    "/etc/init.d/webagent stop"}));
+    EXPECT_FALSE(CUnixTools::program_is_tarvel());
+    sandbox::write_file("/etc/init.d/tarvel", "");
+    EXPECT_TRUE(CUnixTools::program_is_tarvel());
   });
 }

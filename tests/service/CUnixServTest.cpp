@@ -18,11 +18,6 @@ int collect(const CUnixServ::UnixServData& data, void* context) {
   return 0;
 }
 
-int stop_at_once(const CUnixServ::UnixServData& /*data*/, void* context) {
-  ++*static_cast<int*>(context);
-  return 1;
-}
-
 void script(const std::string& name, const std::string& body, unsigned mode = 0755) {
   sandbox::write_file("/etc/init.d/" + name, "#!/bin/sh\n" + body, mode);
 }
@@ -30,10 +25,7 @@ void script(const std::string& name, const std::string& body, unsigned mode = 07
 }  // namespace
 
 TEST(CUnixServ, StatusTextsAreClassifiedByTheFirstPhraseOfTheList) {
-  const struct {
-    const char* text;
-    const char* status;
-  } rows[] = {
+  const std::pair<const char*, const char*> rows[] = {
       {"sshd (pid 1234) is running...", "running"},
       {"(pid 5)", "running"},
       {"(pid5)", "-"},
@@ -44,22 +36,33 @@ TEST(CUnixServ, StatusTextsAreClassifiedByTheFirstPhraseOfTheList) {
       {"", "-"},
       {"Running", "-"},
   };
-  for (const auto& row : rows) {
+  for (const auto& [text, expected] : rows) {
     std::string status = "old";
-    EXPECT_EQ(CUnixServ::getstatus(row.text, status), 0);
-    EXPECT_EQ(status, row.status) << row.text;
+    EXPECT_EQ(CUnixServ::getstatus(text, status), 0);
+    EXPECT_EQ(status, expected) << text;
   }
 }
 
 TEST(CUnixServ, TheRealServiceCommandRunsTheScripts) {
-  sandbox::run([] {
+  std::string big;
+  while (big.size() < 1000000) big += "0123456789abcde\n";
+  const struct {
+    const char *name, *body, *status;
+    std::string status_text;
+  } rows[] = {
+      {"web", "echo \"web (pid 7) is $1\"\n", "running", "web (pid 7) is status\n"},
+      {"db", "echo 'db is stopped'; echo unseen >&2; exit 3\n", "stopped", "db is stopped\n"},
+      {"big", "yes 0123456789abcde | head -c 1000000; echo is running\n", "running",
+       big + "is running\n"},
+      {"odd~", "printf 'no line end'\n", "-", "no line end"},
+      {"a.b.bak2", "true\n", "-", ""},
+      {"bak", "true\n", "-", ""},  // no dot: a name like any other
+  };
+  sandbox::run([&rows] {
     fs::remove_all("/etc/init.d");
-    script("web", "echo \"web (pid 7) is $1\"\n");
-    script("db", "echo 'db is stopped'; echo unseen >&2; exit 3\n");
-    script("big", "yes 0123456789abcdef | head -c 1000000; echo 'is running'\n");
-    script("odd~", "printf 'no line end'\n");
-    script("a.b.bak2", "true\n");
-    script("bak", "true\n");  // no dot: a name like any other
+    Services services;
+    EXPECT_EQ(CUnixServ::get_all_serv_data(collect, &services), 1);
+    for (const auto& row : rows) script(row.name, row.body);
     for (const char* name : {"functions", "halt", "killall", "single", "linuxconf", "kudzu",
                              "rc.boot", "reboot", "network.rpmnew", "x.~", "y.orig"}) {
       script(name, "echo is running\n");
@@ -67,23 +70,16 @@ TEST(CUnixServ, TheRealServiceCommandRunsTheScripts) {
     script("disabled", "echo is running\n", 0644);
     fs::create_directory("/etc/init.d/dir");
 
-    Services services;
-    ASSERT_EQ(CUnixServ::get_all_serv_data(collect, &services), 0);
-    ASSERT_EQ(services.size(), 6U);
-    EXPECT_EQ(services["web"].status_text, "web (pid 7) is status\n");
-    EXPECT_EQ(services["web"].status, "running");
-    EXPECT_EQ(services["db"].status_text, "db is stopped\n");
-    EXPECT_EQ(services["db"].status, "stopped");
-    EXPECT_EQ(services["big"].status_text.size(), 1000000U + 11U);
-    EXPECT_EQ(services["big"].status, "running");
-    EXPECT_EQ(services["odd~"].status_text, "no line end");
-    EXPECT_EQ(services["a.b.bak2"].status, "-");
-
-    int calls = 0;
-    EXPECT_EQ(CUnixServ::get_all_serv_data(stop_at_once, &calls), 7);
-    EXPECT_EQ(calls, 1);
-    fs::remove_all("/etc/init.d");
-    EXPECT_EQ(CUnixServ::get_all_serv_data(collect, &services), 1);
+    EXPECT_EQ(CUnixServ::get_all_serv_data(collect, &services), 0);
+    EXPECT_EQ(services.size(), std::size(rows));
+    for (const auto& row : rows) {
+      EXPECT_EQ(services[row.name].status, row.status) << row.name;
+      EXPECT_TRUE(services[row.name].status_text == row.status_text) << row.name;
+    }
+    services.clear();
+    const auto stop = [](const auto& data, void* all) { return collect(data, all) + 1; };
+    EXPECT_EQ(CUnixServ::get_all_serv_data(stop, &services), 7);
+    EXPECT_EQ(services.size(), 1U);
   });
 }
 
