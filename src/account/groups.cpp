@@ -71,14 +71,17 @@ int write_working_copy(const std::string& name, const std::vector<std::string>& 
   copy_rights(source.get(), copy.get());
   std::string member_text;
   CUnixUser::get_new_grp_mem_list(members, member_text);
+  // Written at the end only: an exception must not leave half a copy to the next run.
+  std::string text;
   for (std::string& line : read_pieces(source.get())) {
     if (is_of_group(line, name)) {
       line.resize(line.rfind(':'));
       line.append(1, ':').append(member_text).append(1, '\n');
     }
-    static_cast<void>(std::fputs(line.c_str(), copy.get()));
+    text += line;
   }
-  return 0;
+  static_cast<void>(std::fputs(text.c_str(), copy.get()));
+  return std::ferror(source.get()) != 0 ? 22 : 0;
 }
 
 }  // namespace
