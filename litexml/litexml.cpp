@@ -8,6 +8,7 @@
 #include <cerrno>
 
 #include "base/handles.h"
+#include "base/retry.h"
 #include "source.h"
 
 namespace litexml {
@@ -35,15 +36,18 @@ bool read_file(const char* path, std::string& bytes) {
   return count == 0;
 }
 
+/// Takes back what was added to a file of `size` bytes.
+void cut_back(int fd, off_t size) noexcept {
+  [[maybe_unused]] const int ignored = ::ftruncate(fd, size);
+}
+
 bool reserve(int fd, off_t size, off_t before) noexcept {
   int result = 0;
   do {
     result = size > 0 ? ::posix_fallocate(fd, 0, size) : 0;
   } while (result == EINTR);
   // Part of the room may have been added before it ran out.
-  if (result != 0 && size > before) {
-    [[maybe_unused]] const int ignored = ::ftruncate(fd, before);
-  }
+  if (result != 0 && size > before) cut_back(fd, before);
   return result == 0;
 }
 
@@ -52,10 +56,10 @@ bool write_file(const char* path, std::string_view bytes) noexcept {
   Fd fd = open_regular(path, O_WRONLY | O_CREAT, st);
   const auto size = static_cast<off_t>(bytes.size());
   if (!fd || !reserve(fd.get(), size, st.st_size)) return false;
-  while (!bytes.empty()) {
-    const ssize_t count = ::write(fd.get(), bytes.data(), bytes.size());
-    if (count <= 0) return false;
-    bytes.remove_prefix(static_cast<std::size_t>(count));
+  if (!utility::detail::write_all(fd.get(), bytes)) {
+    // Where nothing was written the file is as it was again.
+    if (size > st.st_size) cut_back(fd.get(), st.st_size);
+    return false;
   }
   return ::ftruncate(fd.get(), size) == 0 && ::close(fd.release()) == 0;
 }
