@@ -37,6 +37,11 @@ bool read_file(const char* path, std::string& bytes) {
   return count == 0;
 }
 
+/// Takes back what was added to a file of `size` bytes.
+void cut_back(int fd, off_t size) noexcept {
+  [[maybe_unused]] const int ignored = ::ftruncate(fd, size);
+}
+
 /// Takes the room for `size` bytes; the file stays as long as it is, where its system can do that.
 bool reserve(int fd, off_t size, off_t before) noexcept {
   // The process's limit counts for files that grow, so not yet.
@@ -50,9 +55,7 @@ bool reserve(int fd, off_t size, off_t before) noexcept {
     if (result == EOPNOTSUPP) result = ::posix_fallocate(fd, 0, size);
   } while (result == EINTR);
   // Part of the room may have been added before it ran out.
-  if (result != 0 && size > before) {
-    [[maybe_unused]] const int ignored = ::ftruncate(fd, before);
-  }
+  if (result != 0 && size > before) cut_back(fd, before);
   return result == 0;
 }
 
@@ -63,7 +66,11 @@ bool write_file(const char* path, std::string bytes) {
   if (!fd || !reserve(fd.get(), size, st.st_size)) return false;
   // Blanks over the old file's end, so that a crash before it is cut off leaves XML all the same.
   if (size < st.st_size) bytes.resize(static_cast<std::size_t>(st.st_size), ' ');
-  if (!utility::detail::write_all(fd.get(), bytes)) return false;
+  if (!utility::detail::write_all(fd.get(), bytes)) {
+    // Where nothing was written the file is as it was again.
+    if (size > st.st_size) cut_back(fd.get(), st.st_size);
+    return false;
+  }
   return ::ftruncate(fd.get(), size) == 0 && ::close(fd.release()) == 0;
 }
 

@@ -226,8 +226,8 @@ class UTILITY_API CUnixProc {
   ///                    link target is examined from the caller's working directory.
   /// @param user        the account to run as; the caller's when empty or unknown.
   /// @param envp        the environment, ended by a null pointer.
-  /// @return 0; 1 when `executable` or `dir` is not as said; 2; 3, which a caller that ignores
-  ///         SIGCHLD always gets.
+  /// @return 0; 1 when `executable` or `dir` is not as said, or the user database cannot be read;
+  ///         2; 3, which a caller that ignores SIGCHLD always gets.
   /// Runs: `/bin/sh -c "<executable> <args>"`.
   static int create_proc(const std::string& executable, const std::string& args,
                          const std::string& dir, const std::string& user, char** envp);
@@ -246,7 +246,7 @@ class UTILITY_API CUnixProc {
   /// "/" are part of many command lines, and that the call does not return while a process matches
   /// that it may not or cannot kill.
   ///
-  /// @return 0, also when nothing matched; 1 when memory ran out.
+  /// @return 0, also when nothing matched or the table could not be read; 1 when memory ran out.
   static int kill_proc_tree(const std::string& key);
 
   /// Kills the children of process `pid` in the same way, then the process itself.

@@ -53,9 +53,10 @@ class UTILITY_API CUnixTools {
 
   /// Copies a regular file, or the regular file that a link points to, with its mode.
   ///
-  /// An existing target is unlinked first, so links to it keep the old content. A source that stops
-  /// being readable is copied as far as it went, and one that is no regular file (a link to a
-  /// directory, a FIFO or a device) gives an empty target; both count as done.
+  /// An existing target is unlinked first, so links to it keep the old content; one that cannot be
+  /// unlinked, such as a mount point, is appended to. A source that stops being readable is copied
+  /// as far as it went, and one that is no regular file (a link to a directory, a FIFO or a device)
+  /// gives an empty target; both count as done.
   ///
   /// @return 0; 1 when either file cannot be opened, when the target cannot be written to its end
   ///         (a full disk; what was written stays) or when both are the same file, which is then
@@ -119,8 +120,8 @@ class UTILITY_API CUnixTools {
   ///
   /// The text goes to /bin/sh as it stands: whatever stands in it is run with the caller's rights.
   ///
-  /// @return the command's exit code; 0 also when a signal ended it; 255 when it could not be run;
-  ///         9 for a null command.
+  /// @return the command's exit code; 0 also when a signal ended it; 127 when no shell could be
+  ///         started, 255 when it could not be awaited; 9 for a null command.
   static int exec_cmd(const char* command);
 
   /// Runs `command` with popen(3) and appends the lines of its output, trimmed, to `lines`.

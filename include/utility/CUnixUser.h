@@ -35,7 +35,7 @@ namespace utility {
 ///     11  no such user (`mod_passwd`)
 ///     20  the callback asked to stop
 ///     21  the pipe, the child process or the wait for it failed
-///     22  the file, or its working copy, could not be opened
+///     22  the file could not be read, or its working copy not be opened
 ///     23  a user of the same name exists
 ///
 /// A tool has failed when its exit code is not 0, as `CUnixTools::exec_cmd` reports it; a signal
@@ -89,7 +89,7 @@ class UTILITY_API CUnixUser {
   ///
   /// @param name   compared byte for byte.
   /// @param found  receives 1 or 0.
-  /// @return 0; 22 when the file cannot be opened. On failure `found` is untouched.
+  /// @return 0; 22 when the file cannot be read. On failure `found` is untouched.
   static int is_user_exist(const std::string& name, int& found);
 
   /// Creates a user with the tool's defaults; a group of the same name becomes the primary group.
@@ -97,7 +97,7 @@ class UTILITY_API CUnixUser {
   /// `name` goes to a shell as it stands.
   ///
   /// @return 0 when the account is there afterwards, whatever the tool's exit code; 4 for an empty
-  ///         `name`; 10 when the user exists; 22 when /etc/group cannot be opened (nothing is run);
+  ///         `name`; 10 when the user exists; 22 when /etc/group cannot be read (nothing is run);
   ///         7 when the account is missing afterwards.
   /// Runs: /usr/sbin/useradd, see useradd(8).
   static int create_user(const std::string& name);
@@ -169,14 +169,14 @@ class UTILITY_API CUnixUser {
   ///
   /// @param name   compared byte for byte.
   /// @param found  receives 1 or 0.
-  /// @return 0; 22 when the file cannot be opened. On failure `found` is untouched.
+  /// @return 0; 22 when the file cannot be read. On failure `found` is untouched.
   static int is_group_exist(const std::string& name, int& found);
 
   /// Creates a group with the tool's defaults.
   ///
   /// `name` goes to a shell as it stands.
   ///
-  /// @return 0; 4 for an empty `name`; 9 when the group exists; 22 when /etc/group cannot be opened
+  /// @return 0; 4 for an empty `name`; 9 when the group exists; 22 when /etc/group cannot be read
   ///         (nothing is run in these cases); 7 when the tool failed.
   /// Runs: /usr/sbin/groupadd, see groupadd(8).
   static int create_group(const std::string& name);
@@ -224,8 +224,8 @@ class UTILITY_API CUnixUser {
   ///
   /// @param name     group name.
   /// @param members  the new list; names without ",", ":" or line feed, none of which is checked.
-  /// @return 0; 3 when /etc/group has no line for `name`; 22 when /etc/group or the working copy
-  ///         cannot be opened.
+  /// @return 0; 3 when /etc/group has no line for `name`; 22 when /etc/group cannot be read or the
+  ///         working copy not be opened.
   /// Source: /etc/group, rewritten by way of /etc/group.temp and /etc/group.bak.
   static int mod_group_member(const std::string& name, const std::vector<std::string>& members);
 

@@ -28,7 +28,6 @@ struct Line {
 int find_account_line(const char* path, const std::string& name, int& found) {
   const File file = open_file(path, "re");
   if (!file) return 22;
-  found = 0;
   Line line;
   ssize_t length = 0;
   while ((length = ::getline(&line.text, &line.capacity, file.get())) >= 0) {
@@ -36,9 +35,12 @@ int find_account_line(const char* path, const std::string& name, int& found) {
     if (text.size() > name.size() && text[name.size()] == ':' &&
         text.substr(0, name.size()) == name) {
       found = 1;
-      break;
+      return 0;
     }
   }
+  // What was not read to its end may hold the name all the same.
+  if (std::feof(file.get()) == 0) return 22;
+  found = 0;
   return 0;
 }
 

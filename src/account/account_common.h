@@ -6,7 +6,7 @@
 namespace utility::detail {
 
 /// Sets `found` to 1 when a line of the database file `path` begins with `name` and ":", else to 0.
-/// Returns 0, or 22 with `found` untouched when the file cannot be opened.
+/// Returns 0, or 22 with `found` untouched when the file cannot be read.
 int find_account_line(const char* path, const std::string& name, int& found);
 
 /// Runs a tool through the shell. Returns 0, or 7 when its exit code is not 0.

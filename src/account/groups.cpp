@@ -82,7 +82,7 @@ int write_working_copy(const std::string& name, const std::vector<std::string>& 
   // a line would spoil the first of them. And on the disk before it takes the group file's place.
   static_cast<void>(detail::write_all(copy.get(), with_members(source.get(), name, member_text)));
   ::fsync(copy.get());
-  return 0;
+  return std::ferror(source.get()) != 0 ? 22 : 0;
 }
 
 }  // namespace

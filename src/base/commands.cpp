@@ -27,10 +27,10 @@ int CUnixTools::exec_cmd(const char* command) {
 int CUnixTools::exec_cmd_results(const char* command, std::vector<std::string>& lines,
                                  const int& line_length) {
   if (command == nullptr) return 9;
-  const detail::Pipe output = detail::open_pipe(command);
-  if (!output) return 2;
+  const detail::Pipe pipe(command);
+  if (!pipe) return 2;
   if (line_length < 2) return 0;
-  detail::LineReader reader(output.get(), static_cast<std::size_t>(line_length));
+  detail::LineReader reader(pipe.output(), static_cast<std::size_t>(line_length));
   if (!reader.ready()) return 2;
   while (reader.next()) {
     std::string line(reader.line());

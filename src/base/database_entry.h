@@ -24,6 +24,7 @@ class DatabaseEntry {
       const int error = fetch(&entry_, text.get(), size, &found);
       if (error == ERANGE) continue;
       is_found_ = error == 0 && found != nullptr;
+      is_answered_ = is_found_ || !is_failure(error);
       text_ = std::move(text);
       return;
     }
@@ -31,6 +32,8 @@ class DatabaseEntry {
 
   /// False when there is no such entry or it could not be read.
   explicit operator bool() const noexcept { return is_found_; }
+  /// False when it could not be read, so that nothing is known.
+  bool answered() const noexcept { return is_answered_; }
   const Entry& operator*() const noexcept { return entry_; }
   const Entry* operator->() const noexcept { return &entry_; }
 
@@ -38,9 +41,15 @@ class DatabaseEntry {
   // Room for a group of a million members; a database that asks for more is damaged.
   static constexpr std::size_t kLargest = std::size_t{1} << 26;
 
+  // The look-ups use other numbers, too, for an entry that is not there.
+  static bool is_failure(int error) noexcept {
+    return error == EINTR || error == EIO || error == EMFILE || error == ENFILE || error == ENOMEM;
+  }
+
   Entry entry_{};
   Buffer text_;
   bool is_found_ = false;
+  bool is_answered_ = false;
 };
 
 }  // namespace utility::detail

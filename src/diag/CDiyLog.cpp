@@ -9,6 +9,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <new>
 #include <utility>
 
 #include "base/handles.h"
@@ -56,11 +57,15 @@ void CDiyLog::open_file(int mode) {
   detail::Fd file(::open(m_path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | mode, 0666));
   if (file) {
     const int fd = file.release();  // the buffer's now, if it can use it
-    __gnu_cxx::stdio_filebuf<char> buffer(fd, std::ios::out);
-    if (buffer.is_open()) {
-      *m_stream.rdbuf() = std::move(buffer);
-    } else {
-      file.reset(fd);
+    try {
+      __gnu_cxx::stdio_filebuf<char> buffer(fd, std::ios::out);
+      if (buffer.is_open()) {
+        *m_stream.rdbuf() = std::move(buffer);
+      } else {
+        file.reset(fd);
+      }
+    } catch (const std::bad_alloc&) {
+      // The buffer has closed the file. That counts as not opened: logging must not throw.
     }
   }
   if (m_stream.is_open()) {

@@ -73,7 +73,8 @@ int answer_challenge(const std::string& challenge, const std::string& user,
   const int digested = CHmacMd5::hmac_md5(challenge.data(), static_cast<int>(challenge.size()),
                                           key.bytes(), key.size(), digest);
   if (digested != 0) return digested;
-  return encode(user + " " + CHmacMd5::checksumtostring(digest), answer) ? 0 : 15;
+  const std::string text = CHmacMd5::checksumtostring(digest);
+  return !text.empty() && encode(user + " " + text, answer) ? 0 : 15;
 }
 
 }  // namespace

@@ -59,11 +59,12 @@ bool leads_to_directory(const std::string& dir) {
 }
 
 // Looked up before the fork: the account databases take locks that a child may find held for ever.
-std::optional<Account> find_account(const std::string& user) {
-  if (user.empty()) return std::nullopt;
+// False when that failed: a command that is meant to lose the caller's rights must not keep them.
+bool find_account(const std::string& user, std::optional<Account>& account) {
+  if (user.empty()) return true;
   const detail::UserEntry entry = detail::find_user(user.c_str());
-  if (!entry) return std::nullopt;
-  return Account{entry->pw_uid, entry->pw_gid};
+  if (entry) account = Account{entry->pw_uid, entry->pw_gid};
+  return entry.answered();
 }
 
 // The soft limit of open files; empty when it cannot be read.
@@ -120,8 +121,10 @@ int CUnixProc::create_proc(const std::string& executable, const std::string& arg
   if (!leads_to_directory(dir)) return detail::kUnusable;
   const std::optional<unsigned int> open_files = open_file_limit();
   if (!open_files) return detail::kNoLimit;
+  std::optional<Account> account;
+  if (!find_account(user, account)) return detail::kUnusable;
   const std::string command = detail::shell_command(executable, args);
-  const Daemon daemon{command.c_str(), dir.c_str(), find_account(user), *open_files, envp};
+  const Daemon daemon{command.c_str(), dir.c_str(), account, *open_files, envp};
 
   const pid_t child = ::fork();
   if (child < 0) return detail::kNoChild;

@@ -67,10 +67,9 @@ int CUnixServ::getstatus(const std::string& text, std::string& status) {
 
 int CUnixServ::get_serv_data(const std::string& name, UnixServData& data) {
   if (name.empty()) return 2;
-  const detail::Pipe output =
-      detail::open_pipe(("service " + name + " status 2>/dev/null").c_str());
-  if (!output) return 3;
-  data.status_text = detail::read_all(output.get());
+  const detail::Pipe pipe(("service " + name + " status 2>/dev/null").c_str());
+  if (!pipe) return 3;
+  data.status_text = detail::read_all(pipe.output());
   getstatus(data.status_text, data.status);
   data.name = name;
   return 0;

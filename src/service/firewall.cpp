@@ -105,11 +105,12 @@ void CUnixTools::appand_rule(const std::string& file, const std::string& rule) {
   detail::File copy = open_copy(work_file, original.get());
   if (!copy) return;
 
-  if (copy_with_rule(lines, std::move(copy), rule)) {
+  if (!copy_with_rule(lines, std::move(copy), rule)) {
+    // Half a copy must neither replace the rules nor precede the next one.
+    rm_file(work_file.c_str());
+  } else if (std::rename(work_file.c_str(), file.c_str()) != 0) {
+    // Not at first: where it fails half way, both files are gone.
     move_file(work_file.c_str(), file.c_str(), true);
-  } else {
-    rm_file(
-        work_file.c_str());  // half a copy must neither replace the rules nor precede the next one
   }
 }
 
