@@ -6,8 +6,6 @@
 
 #include <filesystem>
 #include <optional>
-#include <random>
-#include <tuple>
 
 #include "support/temp_dir.h"
 
@@ -43,81 +41,6 @@ std::optional<Fields> read(CCSV& csv) {
   CCSV::FreeRecord(record);
   return fields;
 }
-
-/// The rules themselves: for each call the file is taken apart from its first byte, as they say.
-struct Model {
-  struct Record {
-    std::size_t begin, end;
-    Fields fields;
-  };
-  std::string file, printed;
-  int cols = 0, records, cur;
-
-  explicit Model(std::string text)
-      : file(std::move(text)), records(static_cast<int>(take_apart().size()) - 1), cur(records) {}
-
-  /// All records, and last what is left behind their end: nothing, or the begin of one more.
-  std::vector<Record> take_apart() const {
-    std::vector<Record> all(1);
-    std::string field;
-    bool quoted = false;
-    for (std::size_t at = 0; at < file.size(); ++at) {
-      const char byte = file[at];
-      if (byte == '"' && quoted && file[at + 1] == '"') {
-        field += file[++at];
-      } else if (byte == '"') {
-        quoted = !quoted;
-      } else if (!quoted && (byte == ',' || byte == '\n')) {
-        all.back().fields.push_back(std::exchange(field, ""));
-        all.back().end = at + 1;
-        if (byte == '\n') all.push_back({at + 1, 0, {}});
-      } else if (quoted || (byte != ' ' && byte != '\r')) {
-        field += byte;
-      }
-    }
-    all.back().end = file.size();
-    return all;
-  }
-  /// What lies at the current position, where the file has that.
-  std::optional<Record> here() const {
-    const auto all = take_apart();
-    const auto at = static_cast<std::size_t>(cur);
-    if (cur == records && cur != 0) return Record{file.size(), file.size(), {}};
-    return at < all.size() ? std::optional(all[at]) : std::nullopt;
-  }
-  std::optional<Fields> get() {
-    const auto record = here();
-    if (!record) return std::nullopt;
-    cols = static_cast<int>(record->fields.size());
-    return record->fields;
-  }
-  bool write(const Fields& fields) {
-    const auto record = here();
-    if (!record) return false;
-    std::string line;
-    bool ended = false;
-    for (const std::string& field : fields) {
-      ended = ended || field.empty();
-      const bool quotes = !ended && field.find_first_of(" ,\n\"") != std::string::npos;
-      line += quotes ? "\"" : "";
-      for (const char& c : field) line.append(quotes && c == '"' && &c != &field.back() ? 2 : 1, c);
-      line += quotes ? "\"," : ",";
-    }
-    const std::size_t rest = (file.size() - record->begin) % 4096;
-    printed += (rest != 0 ? std::to_string(rest) + "\n" : "") + "delete file successfully\n";
-    file.insert(record->begin, line.substr(0, line.size() - 1) + "\r\n");
-    return ++cur, ++records, true;
-  }
-  bool erase() {
-    if (cur == records) return true;
-    const auto record = here();
-    if (!record) return false;
-    const std::size_t length = record->end - record->begin;
-    file.replace(record->begin, length, length, ' ');
-    records -= length == 0 ? 0 : 1;
-    return true;
-  }
-};
 
 /// Tests run in a directory of their own: the temporary file goes to the working directory. What
 /// the class prints is kept apart.
@@ -168,56 +91,6 @@ TEST_F(CCSVTest, RefusesWithoutAFile) {
   EXPECT_FALSE(csv_.WriteRecord(nullptr, 1) || write(csv_, {}) ||
                csv_.ReadRecord(nullptr, nullptr));
   EXPECT_EQ(dir_.read("t.csv"), "");
-}
-
-// Random files and calls, with other processes' changes between them, against the definition.
-TEST_F(CCSVTest, DoesWhatTheDefinitionDoes) {
-  std::mt19937 random(20240229);  // NOLINT(cert-msc32-c,cert-msc51-cpp): a failure must come again
-  const auto pick = [&random](std::size_t n) { return std::size_t{random() % n}; };
-  const auto text = [&](std::size_t most) {
-    std::string out;
-    for (std::size_t n = pick(most + 1); n > 0; --n) out += "ab \"\",\n\n\r"[pick(9)];
-    return out;
-  };
-  for (int round = 0; round < 250 && !HasFailure(); ++round) {
-    // Every third file is as large as the block, every third has records that lie blocks apart.
-    std::string content = text(round % 3 == 2 ? 20000 : 60);
-    if (round % 3 == 1) content += std::string(4095 - content.size(), 'x') + '\n';
-    Model model(content);
-    dir_.write("t.csv", model.file);
-    ASSERT_TRUE(csv_.Open("t.csv"));
-    model.cols = csv_.GetColCnt();
-    for (int step = 0; step < 12; ++step) {
-      const std::size_t action = pick(11);
-      SCOPED_TRACE(testing::Message() << round << "." << step << ": action " << action);
-      if (action < 3) {
-        model.cur = static_cast<int>(pick(2) * pick(std::size_t(model.records) + 1));
-        EXPECT_TRUE(csv_.SetCurPos(model.cur));
-      } else if (action < 6) {
-        Fields fields;
-        const auto expected = model.get();
-        EXPECT_EQ(csv_.GetCols(fields), expected.has_value());
-        EXPECT_EQ(fields, expected.value_or(Fields()));
-      } else if (action < 8) {
-        const auto expected = model.cur != model.records ? model.get() : std::nullopt;
-        EXPECT_EQ(read(csv_), expected);
-        model.cur += expected ? 1 : 0;
-      } else if (action < 9) {
-        const Fields fields{text(5), text(5), text(5)};
-        EXPECT_EQ(write(csv_, fields), model.write(fields));
-      } else if (action < 10) {
-        EXPECT_EQ(csv_.DelRecord(), model.erase());
-      } else {
-        // Size or times must tell.
-        const std::string other = pick(2) == 0 ? model.file + text(9) + "z" : text(30);
-        if (other.size() != model.file.size()) dir_.write("t.csv", model.file = other);
-      }
-      ASSERT_EQ(dir_.read("t.csv"), model.file);
-      EXPECT_EQ(std::tuple(csv_.GetCurPos(), csv_.GetRecordCount(), csv_.GetColCnt()),
-                std::tuple(model.cur, model.records, model.cols));
-    }
-    EXPECT_EQ(printed(), model.printed);
-  }
 }
 
 TEST_F(CCSVTest, WritesDeletesAndNeatens) {
