@@ -97,11 +97,11 @@ TEST(Faults, Accounts) {
       {CALL(User::delete_group("staff")),
        "nothrow:3,= malloc:3,= open:3,= read:3,= seek:3,= fork:7 wait:7~", ran},
       {CALL(User::mod_grp_data({"staff", 51, {"al"}})),
-       "nothrow:3,= malloc:22~,3,= open:22~,3,= read:22~,3,= write:0~ seek:22~,3,= rename:0~,= "
+       "nothrow:3,= malloc:22~,3,= open:22~,3,= read:22~,3,= write:0~ seek:3,= rename:0~,= "
        "unlink:0~ fork:7 wait:7~",
        {"/etc/group", "./ran"}},
       {CALL(User::mod_group_member("staff", {"al", "bo"})),
-       "malloc:22~,= open:22~ read:22~ write:0~ seek:22~ rename:0~,= unlink:0~", groups},
+       "malloc:22~,= open:22~ read:22~ write:0~ rename:0~,= unlink:0~", groups},
       {TEXT(Tools::get_process_user()), kNameless},
   };
   faults::try_rows(prepare, rows);
@@ -145,7 +145,7 @@ TEST(Faults, Services) {
       {CALL(change_rule(Log::add_log_data, {"g", "h", "./log"})),
        "nothrow:4 malloc:3,= open:3 read:9 write:0~ stat:21,= seek:3 fork:6~,= wait:6~,=", log},
       {CALL(change_rule(Log::del_log_data, {"kern", "*", "./log"})),
-       "nothrow:4 malloc:3,= open:3 read:9,9~,= write:15,15~ seek:14,14~,15~,= truncate:19~ "
+       "nothrow:4 malloc:3,= open:3 read:9,9~,= write:15,15~ seek:14,14~,15,= truncate:19~ "
        "fork:6~,= wait:6~,=",
        log},
       {CALL((Tools::get_oem_and_issue(o.number, o.number), 0)), "access:0~,="},

@@ -1,5 +1,6 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -27,6 +28,9 @@ namespace {
 constexpr char kRead[] = "malloc:0,=,throw open:0 read:0 stat:0";
 constexpr char kNoText[] = "nothrow:0~";
 constexpr char kNoConversion[] = "nothrow:0~ malloc:0~";
+constexpr char kAuthenticated[] =
+    "nothrow:4,6 malloc:4,= signal:13,= socket:2 connect:5 send:7 receive:1,8 poll:17 "
+    "connect-eintr:5 receive-short:14,=";
 
 int digest(Outputs& o) {
   char text[] = "text";
@@ -94,6 +98,8 @@ int dump(Outputs& o) {
     char line[1000] = "QUIT";
     bool is_text = false;
     do {
+      const int at_once = 1;  // the client waits for it between text and end
+      ::setsockopt(peer, IPPROTO_TCP, TCP_QUICKACK, &at_once, sizeof at_once);
       if (is_text && std::strcmp(line, ".\r\n") != 0) continue;
       const std::string verb(line, 4);
       is_text = verb == "DATA";
@@ -213,12 +219,8 @@ TEST(Faults, Mail) {
       {CALL(send_mail(0)),
        "nothrow:4,6 malloc:4,= signal:13,= socket:2 connect:5 send:7 receive:1,8 poll:17 "
        "connect-eintr:5"},
-      {CALL(send_mail(1)),
-       "nothrow:4,6 malloc:4,= signal:13,= socket:2 connect:5 send:7 receive:1,8 poll:17 "
-       "connect-eintr:5 receive-short:14,="},
-      {CALL(send_mail(2)),
-       "nothrow:4,6 malloc:4,= signal:13,= socket:2 connect:5 send:7 receive:1,8 poll:17 "
-       "connect-eintr:5 receive-short:14,="},
+      {CALL(send_mail(1)), kAuthenticated},
+      {CALL(send_mail(2)), kAuthenticated},
       {CALL(send_mail(3)),
        "nothrow:1,15,2,4,6 malloc:4,= signal:13,= socket:2 connect:5 send:7 receive:1,8 poll:17 "
        "connect-eintr:5 receive-short:14,="},

@@ -22,7 +22,7 @@ thread_local faults::Run* t_run = nullptr;
 thread_local faults::Plan t_plan;
 
 bool refused(int kind) noexcept {
-  if (t_run == nullptr || t_run->steps[faults::kFail][kind]++ != t_plan.nth) return false;
+  if (t_run == nullptr || t_run->steps.of[faults::kFail][kind]++ != t_plan.nth) return false;
   if (kind != t_plan.kind || t_plan.mode != faults::kFail) return false;
   t_run->delivered = true;
   errno = ENOMEM;

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <functional>
 #include <string>
 #include <vector>
@@ -24,11 +23,14 @@ struct Plan {
   int nth = -1;
 };
 
+struct Counts {
+  int of[kModes][kMaxKinds] = {};
+};
+
 struct Run {
   bool threw = false;      ///< std::bad_alloc came out
   bool delivered = false;  ///< the step was taken
-  /// The steps that could go wrong, by mode and kind.
-  std::array<std::array<int, kMaxKinds>, kModes> steps{};
+  Counts steps;            ///< those that could go wrong, by mode and kind
 };
 
 /// Runs `operation` and awaits the end of all processes that it started. Throws where that takes

@@ -19,8 +19,6 @@ namespace {
 constexpr const char* kModeNames[] = {"", "-eintr", "-short"};
 
 using Content = std::optional<std::string>;
-// How many faults were tried, by mode and kind.
-using Counts = std::array<std::array<int, kMaxKinds>, kModes>;
 
 Content content(const std::string& file) {
   if (std::filesystem::is_directory(file)) return "";
@@ -41,7 +39,7 @@ template <typename Visit>
 void for_each_count(const Counts& counts, Visit visit) {
   for (int mode = 0; mode < kModes; ++mode) {
     for (int kind = 0; kind < kMaxKinds; ++kind) {
-      if (const int count = counts[mode][kind]) {
+      if (const int count = counts.of[mode][kind]) {
         visit(std::string(kind_name(kind)) + kModeNames[mode], count);
       }
     }
@@ -62,7 +60,7 @@ class Trial {
     std::string outcomes;
     for (int mode = 0; mode < kModes; ++mode) {
       for (int kind = 0; kind < kMaxKinds; ++kind) {
-        outcomes += try_kind(kind, static_cast<Mode>(mode), calm.steps[mode][kind]);
+        outcomes += try_kind(kind, static_cast<Mode>(mode), calm.steps.of[mode][kind]);
       }
     }
     EXPECT_EQ(outcomes.substr(0, outcomes.find_last_not_of(' ') + 1), row_.outcomes);
@@ -78,7 +76,7 @@ class Trial {
     for (int nth = 0; nth < count; ++nth) {
       const Run run = attempt({kind, mode, nth});
       if (!run.delivered) continue;
-      ++tried_[mode][kind];
+      ++tried_.of[mode][kind];
       if (kind != kNew || !run.threw) seen.insert(outcome(run.threw));
     }
     if (seen.empty() || seen == std::set<std::string>{"="}) return {};
@@ -128,10 +126,10 @@ void try_all(const std::vector<Row>& rows, Counts& total) {
   const bool prints = std::getenv("UTILITY_FAULTS") != nullptr;
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
-    Counts tried{};
+    Counts tried;
     Trial(row, tried).run();
     for (int mode = 0; mode < kModes; ++mode) {
-      for (int kind = 0; kind < kMaxKinds; ++kind) total[mode][kind] += tried[mode][kind];
+      for (int kind = 0; kind < kMaxKinds; ++kind) total.of[mode][kind] += tried.of[mode][kind];
     }
     if (!prints) continue;
     std::printf("%s", row.name);

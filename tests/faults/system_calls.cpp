@@ -75,7 +75,8 @@ std::size_t calls_of(int number) {
   const auto holds = [number](const Calls& calls) {
     return std::count(calls.numbers.begin(), calls.numbers.end(), number) != 0;
   };
-  return std::find_if(kCalls.begin(), kCalls.end(), holds) - kCalls.begin();
+  const auto found = std::find_if(kCalls.begin(), kCalls.end(), holds);
+  return static_cast<std::size_t>(found - kCalls.begin());
 }
 
 // Reports the calls that this thread, and what it forks, makes through our C library. What other
@@ -174,7 +175,7 @@ class Supervisor {
     bool due = false;
     for (const Mode mode : {kFail, kInterrupt, kShorten}) {
       if (!can_go_wrong(call, kCalls[index].manner, mode)) continue;
-      const int nth = run_.steps[mode][kind]++;
+      const int nth = run_.steps.of[mode][kind]++;
       due = due || (kind == plan_.kind && mode == plan_.mode && nth == plan_.nth);
     }
     return due;
