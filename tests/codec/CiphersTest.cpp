@@ -56,6 +56,7 @@ TEST(Xxtea, LengthWordMustFitTheWords) {
   const auto bytes_of = [](const std::vector<std::uint32_t>& words, bool include_length) {
     std::size_t size = 99;
     void* const out = xxtea_to_ubyte_array(words.data(), words.size(), include_length, &size);
+    // NOLINTNEXTLINE(readability-redundant-string-cstr): up to its NUL
     return std::to_string(size) + " " + take(out, size + 1).c_str();
   };
   EXPECT_EQ(bytes_of({0x64636261, 0x68676665}, false), "8 abcdefgh") << "all bytes of all words";

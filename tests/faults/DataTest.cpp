@@ -69,7 +69,7 @@ bool read_record(int& cols) {
 bool write_record() {
   static char s_end[] = "";
   struct Record {
-    Record() { std::strcpy(fields[0] = new char[4], "x y"); }
+    Record() { std::memcpy(fields[0] = new char[4], "x y", 4); }
     ~Record() { delete[] fields[0]; }
     char* fields[2] = {nullptr, s_end};
   } record;
@@ -138,7 +138,7 @@ void start_mail_servers() {
 
 int send_mail(int method) {
   const short port = static_cast<short>(kFirstPort + method);
-  const char need_auth = method > 0;
+  const char need_auth = method > 0 ? 1 : 0;
   CSmtp::send_mail_t mail{"127.0.0.1", "user",  "pass", need_auth, port, "me@x",
                           "hi",        {"a@x"}, {},     "body",    4};
   return CSmtp::sendmail(mail);
@@ -147,7 +147,7 @@ int test_mail(Outputs& o) {
   CSmtp::test_mail_t account{"127.0.0.1", "user", "pass", 0, kFirstPort, "me@x"};
   char flags = 77;
   const int code = CSmtp::testmail(account, flags);
-  o.number = flags;
+  o.number = static_cast<unsigned char>(flags);
   return code;
 }
 

@@ -8,12 +8,14 @@
 
 extern "C" {
 // A sanitizer's own functions where there is one, otherwise the C library's.
+// NOLINTBEGIN(bugprone-reserved-identifier)
 void* __interceptor_malloc(std::size_t) __attribute__((weak));
 void* __interceptor_calloc(std::size_t, std::size_t) __attribute__((weak));
 void* __interceptor_realloc(void*, std::size_t) __attribute__((weak));
 void* __libc_malloc(std::size_t);
 void* __libc_calloc(std::size_t, std::size_t);
 void* __libc_realloc(void*, std::size_t);
+// NOLINTEND(bugprone-reserved-identifier)
 }
 
 namespace {

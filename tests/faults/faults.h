@@ -65,7 +65,7 @@ struct Row {
 #define CALL(expression) \
 #expression,           \
       [](faults::Outputs & o) { return static_cast<void>(o), static_cast<long>(expression); }
-#define TEXT(expression) CALL((o.text = expression, 0))
+#define TEXT(expression) CALL((o.text = (expression), 0))
 
 /// Tries every fault on every row, in a sandbox, in its scratch directory, after `prepare`. Prints
 /// what was tried where the environment has UTILITY_FAULTS.

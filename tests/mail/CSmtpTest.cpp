@@ -154,7 +154,7 @@ TEST(CSmtp, TheDialogueEndsWithTheCodeOfItsFirstFailure) {
       {"the copy refused", false, {{'3', kNo}}, 9, "EF123", 1 | 4},
       {"the reply to DATA is not checked", false, {{'D', kNo}}, 0, "EF123DTQ", 1 | 4},
       {"text refused", false, {{'T', kNo}}, 9, "EF123DT", 1 | 4},
-      {"a reply of 10 MB", false, {{'E', "250" + std::string(10000000, 'x')}}, 9, "E", 1},
+      {"a reply of 8 MB", false, {{'E', "250" + std::string(8000000, 'x')}}, 9, "E", 1},
   };
   sandbox::run([&] {
     const std::size_t descriptors = open_descriptors();

@@ -131,6 +131,7 @@ void check_file(int (*read)(const Row&, std::vector<Record>&), const std::string
     return record.local_addr == "xx" ? 1 : 0;
   };
   std::vector<Record> records(1);
+  // NOLINTNEXTLINE(readability-redundant-string-cstr): two of the classes have plain pointers
   EXPECT_EQ(read({file.c_str(), "word", resolve}, records), 0);
   EXPECT_EQ(read({"/none", "word", resolve}, records), failure);
   Texts lines;

@@ -74,7 +74,7 @@ TEST(Firewall, RulesAreInsertedAndRemoved) {
     void (*edit)(const std::string& file, const std::string& rule);
     std::string before, after;
     std::string rule = kRule;
-    std::string stale = "";  // what an earlier work file left
+    std::string stale = {};  // what an earlier work file left
   } rows[] = {
       {"behind the first chain line only", insert, ":INPUT a\n:INPUT b\n",
        ":INPUT a\n" + kRule + ":INPUT b\n"},

@@ -23,6 +23,7 @@
 #include <stdexcept>
 #include <tuple>
 
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the sanitizer's
 extern "C" int __lsan_do_recoverable_leak_check() __attribute__((weak));
 
 namespace sandbox {
@@ -105,7 +106,7 @@ void report(const std::string& failures) {
   std::string message;
   while (std::getline(stream, file, '\0') && std::getline(stream, line, '\0') &&
          std::getline(stream, message, '\0')) {
-    ADD_FAILURE_AT(file.c_str(), std::atoi(line.c_str())) << message;
+    ADD_FAILURE_AT(file.c_str(), std::stoi(line)) << message;
   }
 }
 
