@@ -55,14 +55,14 @@ struct Parts {
 
  private:
   static std::size_t part_size(const std::string& document, std::size_t at) {
-    const auto up_to = [&](const std::string& mark) {
-      return std::min(document.find(mark, at + 1), document.size() - mark.size()) + mark.size() -
-             at;
+    const auto from = [&](const std::string& begin, const std::string& end) {
+      const std::size_t found = document.find(end, at + begin.size());
+      return std::min(found, document.size() - end.size()) + end.size() - at;
     };
     if (document[at] != '<') return std::min(document.find('<', at), document.size()) - at;
-    if (document.compare(at, 4, "<!--") == 0) return up_to("-->");
-    if (document.compare(at, 9, "<![CDATA[") == 0) return up_to("]]>");
-    if (document.compare(at, 2, "<?") == 0) return up_to("?>");
+    if (document.compare(at, 4, "<!--") == 0) return from("<!--", "-->");
+    if (document.compare(at, 9, "<![CDATA[") == 0) return from("<![CDATA[", "]]>");
+    if (document.compare(at, 2, "<?") == 0) return from("<?", "?>");
     char quote = '\0';
     for (std::size_t end = at; end < document.size(); ++end) {
       const char c = document[end];
