@@ -161,7 +161,9 @@ class Session {
     const bool found = CXmlEx::read_xml_node(file_.path(), task_.path, text);
     FUZZ_CHECK(found || text == "unread");
     if (CXmlEx::read_xml_attribute(file_.path(), task_.path, task_.name, attribute)) {
-      FUZZ_CHECK(found || !is_plain(task_.document));
+      // A reference may name what is no character: such a text cannot be read.
+      FUZZ_CHECK(found || !is_plain(task_.document) ||
+                 task_.document.find("&#") != std::string::npos);
     } else {
       FUZZ_CHECK(attribute == "unread");
     }
