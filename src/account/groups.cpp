@@ -1,7 +1,6 @@
 // The group half of CUnixUser.
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -12,6 +11,7 @@
 #include "base/account_lookup.h"
 #include "base/handles.h"
 #include "base/retry.h"
+#include "base/rights.h"
 #include "utility/CUnixUser.h"
 
 namespace utility {
@@ -58,14 +58,6 @@ std::string with_members(FILE* file, const std::string& name, const std::string&
   return text;
 }
 
-// A new file is made under the process's umask; group databases have rights of their own.
-void copy_rights(FILE* from, int to) noexcept {
-  struct stat rights {};
-  if (::fstat(::fileno(from), &rights) != 0) return;
-  ::fchmod(to, rights.st_mode & 07777);
-  [[maybe_unused]] const int ignored = ::fchown(to, rights.st_uid, rights.st_gid);
-}
-
 // Writes the group file with the new members of group `name` to the working copy.
 int write_working_copy(const std::string& name, const std::vector<std::string>& members) {
   int found = 0;
@@ -75,7 +67,7 @@ int write_working_copy(const std::string& name, const std::vector<std::string>& 
   const detail::Fd copy(::open(kWorkingCopy, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666));
   if (!source || !copy) return 22;
 
-  copy_rights(source.get(), copy.get());
+  detail::take_over_rights(::fileno(source.get()), copy.get());
   std::string member_text;
   CUnixUser::get_new_grp_mem_list(members, member_text);
   // In one write: what a crash leaves of the copy stays in front of the next run's lines, and half

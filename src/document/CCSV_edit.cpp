@@ -1,5 +1,4 @@
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -8,6 +7,7 @@
 
 #include "base/handles.h"
 #include "base/paths.h"
+#include "base/rights.h"
 #include "document/csv_scanner.h"
 #include "utility/CCSV.h"
 
@@ -146,15 +146,6 @@ bool write_neat(CsvScanner& scanner, int fd) {
   return !scanner.failed() && ::ftruncate(fd, complete) == 0;
 }
 
-/// Gives the file `fd` the owner and mode of the file `from`, as far as we may.
-void take_over_rights(int from, int fd) noexcept {
-  struct stat st {};
-  if (::fstat(from, &st) != 0) return;
-  // The owner first: changing it drops the set-id bits. Only root can, and then nobody gains.
-  if (::fchown(fd, st.st_uid, st.st_gid) != 0 && st.st_uid != ::geteuid()) return;
-  static_cast<void>(::fchmod(fd, st.st_mode & 07777));
-}
-
 }  // namespace
 
 bool CCSV::WriteRecord(const char** fields, int count) {
@@ -233,7 +224,7 @@ bool CCSV::NeatenFile(const char* path) {
     std::puts(kNoTemporaryForFile);
     return false;
   }
-  take_over_rights(source->fd(), temporary.get());
+  detail::take_over_rights(source->fd(), temporary.get());
   // On the disk before it takes the file's place: a crash must not leave an empty file there.
   const bool written = write_neat(*source, temporary.get()) && ::fsync(temporary.get()) == 0 &&
                        ::close(temporary.release()) == 0;
