@@ -13,6 +13,7 @@
 
 #include "check.h"
 #include "input.h"
+#include "lines.h"
 #include "utility/Base64.h"
 #include "utility/CBinHex.h"
 #include "utility/CConv.h"
@@ -29,10 +30,6 @@ constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwx
 constexpr char kDigits[] = "0123456789ABCDEF";
 constexpr char kImages[] = "KLMOB165S9GA2X3QVICHJRTZND7PE0Y8WUF4";
 constexpr char kPreimages[] = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ";
-
-std::string up_to_nul(const std::string& text) {
-  return text.c_str();
-}
 
 const unsigned char* bytes_of(const std::string& text) {
   return reinterpret_cast<const unsigned char*>(text.data());

@@ -14,6 +14,7 @@
 #include "check.h"
 #include "input.h"
 #include "scratch.h"
+#include "support/csv_record.h"
 #include "utility/CCSV.h"
 
 namespace {
@@ -193,25 +194,8 @@ bool read_record(CCSV& csv, Fields& fields) {
   if (!csv.ReadRecord(&record, &cols)) return false;
   fields.assign(record, record + cols);
   FUZZ_CHECK(*record[cols] == '\0');
-  // What lies behind an empty field is out of FreeRecord's reach.
-  int i = 0;
-  while (*record[i] != '\0') ++i;
-  while (++i <= cols) delete[] record[i];
-  CCSV::FreeRecord(record);
+  csv_record::free_all(record, cols);
   return true;
-}
-
-bool write_record(CCSV& csv, const Fields& fields) {
-  std::vector<char*> record;
-  for (const std::string& field : fields) {
-    record.push_back(new char[field.size() + 1]());
-    field.copy(record.back(), field.size());
-  }
-  record.push_back(new char[1]());
-  const bool done =
-      csv.WriteRecord(const_cast<const char**>(record.data()), static_cast<int>(fields.size()));
-  for (const char* field : record) delete[] field;
-  return done;
 }
 
 Fields record_in(const std::string& text) {
@@ -278,7 +262,7 @@ void step(CCSV& csv, Model& model, Input& input) {
       break;
     case 'w': {
       const Fields fields = record_in(input.text(kRecordEnd));
-      FUZZ_CHECK(write_record(csv, fields) == model.write(fields));
+      FUZZ_CHECK(csv_record::write(csv, fields) == model.write(fields));
       check_file(model);
       break;
     }

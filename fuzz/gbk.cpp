@@ -9,6 +9,7 @@
 
 #include "check.h"
 #include "input.h"
+#include "lines.h"
 #include "utility/CConv.h"
 
 namespace {
@@ -64,10 +65,6 @@ void check_buffer(Form form, const Pair& pair, const std::string& text, std::siz
   const int result = form(room > 0 ? out.data() : &nothing, static_cast<int>(room));
   FUZZ_CHECK(result == (expected.complete ? static_cast<int>(expected.bytes.size()) : 0));
   FUZZ_CHECK(std::string(out.begin(), out.end()) == left);
-}
-
-std::string up_to_nul(const std::string& text) {
-  return text.c_str();
 }
 
 unsigned char* bytes_of(const std::string& text) {

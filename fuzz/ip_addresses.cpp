@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "check.h"
+#include "lines.h"
 #include "net/decimal_order.h"
 #include "utility/CBigInt.h"
 #include "utility/CIPFormat.h"
@@ -29,18 +30,6 @@ using Words = std::array<unsigned, 4>;
 
 CIPFormat& format() {
   return *CIPFormat::instance();
-}
-
-std::vector<std::string> split(const std::string& text, char separator) {
-  std::vector<std::string> parts(1);
-  for (const char c : text) {
-    if (c == separator) {
-      parts.emplace_back();
-    } else {
-      parts.back() += c;
-    }
-  }
-  return parts;
 }
 
 // Up to four parts of digits and slashes, their numbers up to the slash; missing parts are 0.

@@ -50,3 +50,21 @@ inline std::vector<std::string> words_of(std::string_view text) {
   }
   return words;
 }
+
+/// What `separator` parts in `text`, empty pieces too.
+inline std::vector<std::string> split(const std::string& text, char separator) {
+  std::vector<std::string> parts(1);
+  for (const char c : text) {
+    if (c == separator) {
+      parts.emplace_back();
+    } else {
+      parts.back() += c;
+    }
+  }
+  return parts;
+}
+
+/// A text as C functions see it.
+inline std::string up_to_nul(const std::string& text) {
+  return text.c_str();
+}

@@ -48,15 +48,9 @@ Daemon service;
 
 // --- What a line says
 
-std::vector<std::string> split(const std::string& text, char separator) {
-  std::vector<std::string> pieces(1);
-  for (const char c : text) {
-    if (c == separator) {
-      pieces.emplace_back();
-    } else {
-      pieces.back() += c;
-    }
-  }
+/// The pieces that are not empty.
+std::vector<std::string> filled(const std::string& text, char separator) {
+  std::vector<std::string> pieces = split(text, separator);
   pieces.erase(std::remove(pieces.begin(), pieces.end(), ""), pieces.end());
   return pieces;
 }
@@ -76,7 +70,7 @@ struct Divided {
 
 Divided divided(const std::string& text) {
   Divided result;
-  std::vector<std::string> pieces = split(text, ';');
+  std::vector<std::string> pieces = filled(text, ';');
   if (pieces.empty()) return result;
   const std::vector<std::string> words = words_of(pieces.back());
   pieces.pop_back();
@@ -92,8 +86,8 @@ Divided divided(const std::string& text) {
 int rules_of_line(const std::string& text, Rules& rules) {
   if (text.empty()) return 1;
   const Divided parts = divided(text);
-  for (const std::string& selector : split(parts.selectors, ';')) {
-    const std::vector<std::string> names = split(selector, '.');
+  for (const std::string& selector : filled(parts.selectors, ';')) {
+    const std::vector<std::string> names = filled(selector, '.');
     if (names.size() < 2) return 8;
     rules.push_back({names[0], names[1], parts.action});
   }
@@ -114,7 +108,7 @@ bool contains(const std::vector<std::string>& list, const std::string& text) {
 }
 
 bool covers(const Rule& rule, const std::string& fac, const std::string& level) {
-  return (rule.fac == "*" || contains(split(rule.fac, ','), fac)) &&
+  return (rule.fac == "*" || contains(filled(rule.fac, ','), fac)) &&
          (rule.level == "*" || rule.level == level);
 }
 

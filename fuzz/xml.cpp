@@ -11,6 +11,7 @@
 
 #include "check.h"
 #include "input.h"
+#include "lines.h"
 #include "scratch.h"
 #include "utility/CXmlEx.h"
 
@@ -89,10 +90,6 @@ std::size_t differences(const std::vector<std::string>& a, const std::vector<std
   std::size_t count = 0;
   for (std::size_t i = 0; i < a.size(); ++i) count += a[i] == b[i] ? 0 : 1;
   return count;
-}
-
-std::string up_to_nul(const std::string& text) {
-  return text.c_str();
 }
 
 bool loads(const std::string& path) {

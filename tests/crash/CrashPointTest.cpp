@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/mman.h>
 #include <sys/ptrace.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -18,6 +17,7 @@
 #include <optional>
 
 #include "support/sandbox.h"
+#include "support/shared.h"
 #include "utility/CCSV.h"
 #include "utility/CDiyLog.h"
 #include "utility/CUnixLog.h"
@@ -166,10 +166,8 @@ void kill_everywhere(const Operation& operation, Tally& tally) {
 // Kills the operation everywhere, and finds each of its states and no other.
 void survey(const Operation& operation) {
   SCOPED_TRACE(operation.name);
-  void* const shared =  // with the sandbox
-      ::mmap(nullptr, sizeof(Tally), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-  ASSERT_NE(shared, MAP_FAILED);
-  Tally& tally = *static_cast<Tally*>(shared);
+  const Shared<Tally> shared;
+  Tally& tally = *shared;
   sandbox::run([&] {
     fs::current_path(sandbox::scratch());
     // The log daemon's control stays out of it: every command fails, so an edit ends with 6.
@@ -183,7 +181,6 @@ void survey(const Operation& operation) {
     EXPECT_GT(tally.found[i], 0) << "never found: " << operation.states[i].name;
     if (print) std::printf("%6d  %s\n", tally.found[i], operation.states[i].name);
   }
-  ::munmap(shared, sizeof(Tally));
 }
 
 Operation on_csv(const char* name, std::vector<State> states, bool (*edit)(CCSV&)) {

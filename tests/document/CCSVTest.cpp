@@ -7,38 +7,22 @@
 #include <filesystem>
 #include <optional>
 
+#include "support/csv_record.h"
 #include "support/temp_dir.h"
 
 namespace fs = std::filesystem;
+using csv_record::write;
 using utility::CCSV;
 using Fields = std::vector<std::string>;
 
 namespace {
-
-/// Writes a record array as callers make it.
-bool write(CCSV& csv, const Fields& fields) {
-  std::vector<char*> record;
-  for (const std::string& field : fields) {
-    record.push_back(new char[field.size() + 1]());
-    field.copy(record.back(), field.size());
-  }
-  record.push_back(new char[1]());
-  const bool done =
-      csv.WriteRecord(const_cast<const char**>(record.data()), static_cast<int>(fields.size()));
-  for (const char* string : record) delete[] string;
-  return done;
-}
 
 std::optional<Fields> read(CCSV& csv) {
   char** record = nullptr;
   int cols = 0;
   if (!csv.ReadRecord(&record, &cols)) return std::nullopt;
   Fields fields(record, record + cols);
-  // What lies behind an empty field is out of FreeRecord's reach.
-  int empty = 0;
-  while (empty < cols && *record[empty] != '\0') ++empty;
-  for (int i = empty + 1; i <= cols; ++i) delete[] record[i];
-  CCSV::FreeRecord(record);
+  csv_record::free_all(record, cols);
   return fields;
 }
 

@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <sys/mman.h>
 #include <sys/wait.h>
 
 #include <cstdio>
@@ -12,6 +11,7 @@
 #include "faults/faults.h"
 #include "support/open_descriptors.h"
 #include "support/sandbox.h"
+#include "support/shared.h"
 
 namespace faults {
 namespace {
@@ -142,11 +142,8 @@ void try_all(const std::vector<Row>& rows, Counts& total) {
 }  // namespace
 
 void try_rows(const std::function<void()>& prepare, const std::vector<Row>& rows) {
-  // The sandbox is another process.
-  void* const shared =
-      ::mmap(nullptr, sizeof(Counts), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-  ASSERT_NE(shared, MAP_FAILED);
-  Counts& total = *new (shared) Counts{};
+  const Shared<Counts> shared;
+  Counts& total = *shared;
   sandbox::run([&] {
     std::filesystem::current_path(sandbox::scratch());
     prepare();
@@ -156,7 +153,6 @@ void try_rows(const std::function<void()>& prepare, const std::vector<Row>& rows
   Test::RecordProperty("operations", static_cast<int>(rows.size()));
   for_each_count(total,
                  [](const std::string& name, int count) { Test::RecordProperty(name, count); });
-  ::munmap(shared, sizeof(Counts));
 }
 
 }  // namespace faults
