@@ -243,6 +243,7 @@ void step(CCSV& csv, Model& model, Input& input) {
       check_file(model);
       break;
     case 's': {
+      // NOLINTNEXTLINE(bugprone-signed-char-misuse,cert-str34-c): negative ones as well
       const int to = static_cast<signed char>(input.byte() - '0');
       FUZZ_CHECK(csv.SetCurPos(to) == model.set_position(to));
       break;

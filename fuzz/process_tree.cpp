@@ -48,7 +48,7 @@ struct Place {
     memory.write("MemTotal: 1000 kB\nMemFree: 1 kB\nBuffers: 1 kB\nCached: 1 kB\n");
     const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_un name{AF_UNIX, {}};
-    std::strcpy(name.sun_path, (scratch::dir() + "/socket").c_str());
+    (scratch::dir() + "/socket").copy(name.sun_path, sizeof name.sun_path - 1);
     FUZZ_CHECK(::bind(fd, reinterpret_cast<const sockaddr*>(&name), sizeof name) == 0);
     ::close(fd);
     struct stat status {};
