@@ -9,7 +9,7 @@
 #include <cerrno>
 
 #include "base/handles.h"
-#include "base/retry.h"
+#include "base/io.h"
 #include "source.h"
 
 namespace litexml {

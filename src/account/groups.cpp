@@ -10,7 +10,7 @@
 #include "account/account_common.h"
 #include "base/account_lookup.h"
 #include "base/handles.h"
-#include "base/retry.h"
+#include "base/io.h"
 #include "base/rights.h"
 #include "utility/CUnixUser.h"
 

@@ -11,7 +11,7 @@
 
 #include "base/account_lookup.h"
 #include "base/handles.h"
-#include "base/retry.h"
+#include "base/io.h"
 #include "utility/CUnixUser.h"
 
 namespace utility {

@@ -11,8 +11,8 @@
 
 #include "base/dir_walk.h"
 #include "base/handles.h"
+#include "base/io.h"
 #include "base/paths.h"
-#include "base/retry.h"
 #include "utility/CStr.h"
 #include "utility/CUnixTools.h"
 

@@ -12,8 +12,8 @@
 
 #include "base/account_lookup.h"
 #include "base/dir_walk.h"
+#include "base/io.h"
 #include "base/paths.h"
-#include "base/retry.h"
 #include "proc/codes.h"
 #include "proc/proc_text.h"
 #include "utility/CUnixProc.h"

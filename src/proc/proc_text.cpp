@@ -12,8 +12,6 @@
 namespace utility::detail {
 namespace {
 
-constexpr std::string_view kSpace = " \t\n\v\f\r";
-
 // pid, name, state, parent, seventeen numbers of no interest, start.
 constexpr char kStatFormat[] = "%*d%*s%*s%d%*d%*d%*d%*d%*d%*d%*d%*d%*d%*d%*d%*d%*d%*d%*d%*d%*d%lu";
 
@@ -38,11 +36,6 @@ long start_time(unsigned long ticks, long boot_time) {
   constexpr unsigned long kTicksPerSecond = 100;
   // Added without sign: a file may say anything.
   return static_cast<long>(ticks / kTicksPerSecond + static_cast<unsigned long>(boot_time));
-}
-
-std::string_view first_word(const char* text) {
-  const char* begin = text + std::strspn(text, kSpace.data());
-  return {begin, std::strcspn(begin, kSpace.data())};
 }
 
 const char* behind_key(const char* line, std::string_view key) {

@@ -6,6 +6,8 @@
 #include <string_view>
 #include <vector>
 
+#include "base/text.h"
+
 // What the texts under /proc mean. Nothing here opens or reads a file.
 namespace utility::detail {
 
@@ -24,9 +26,6 @@ long start_time(unsigned long ticks, long boot_time);
 
 /// What stands behind `key` in `line`; null unless the first word of `line` is exactly the key.
 const char* behind_key(const char* line, std::string_view key);
-
-/// The first word of `text`: up to the first white space, empty when there is nothing else.
-std::string_view first_word(const char* text);
 
 /// Takes the number at the beginning of `text` as an id (the low 32 bits of what stands there);
 /// `id` is left alone when there is none.

@@ -5,8 +5,8 @@
 #include <cstdio>
 #include <iostream>
 
+#include "base/callback.h"
 #include "base/handles.h"
-#include "resource/callback.h"
 
 namespace utility {
 namespace {

@@ -10,10 +10,10 @@
 #include <memory>
 #include <string_view>
 
+#include "base/callback.h"
 #include "base/dir_walk.h"
 #include "base/handles.h"
 #include "base/paths.h"
-#include "resource/callback.h"
 #include "utility/CConv.h"
 
 namespace utility {

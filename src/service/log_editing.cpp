@@ -10,8 +10,8 @@
 #include <thread>
 
 #include "base/handles.h"
+#include "base/io.h"
 #include "base/line_reader.h"
-#include "base/retry.h"
 #include "service/log_file.h"
 #include "service/service_command.h"
 #include "utility/CStr.h"

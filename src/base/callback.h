@@ -2,8 +2,9 @@
 
 namespace utility::detail {
 
-/// Hands `record` to an enumeration's callback; true when that asks to stop. Null is told nothing.
-template <typename Record>
+/// Hands `record` to an enumeration's callback; true when it asks to stop. A null callback is told
+/// nothing and never stops a walk.
+template <class Record>
 bool stops(int (*callback)(const Record&, void*), const Record& record, void* context) {
   return callback != nullptr && callback(record, context) != 0;
 }

@@ -1,0 +1,124 @@
+#pragma once
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+#include "base/handles.h"
+
+// How every family reads and writes: system calls that a signal may cut short, carried to their
+// end; whole files and whole outputs; lines of a fixed greatest length.
+namespace utility::detail {
+
+/// Makes a system call, and makes it again as long as a signal interrupts it.
+template <class Call>
+auto retry(Call call) noexcept {
+  auto result = call();
+  while (result < 0 && errno == EINTR) result = call();
+  return result;
+}
+
+/// Opens a file for reading. The agent forks from other threads: nothing stays open in its
+/// children.
+inline Fd open_to_read(const char* path) noexcept {
+  return Fd(retry([path] { return ::open(path != nullptr ? path : "", O_RDONLY | O_CLOEXEC); }));
+}
+
+/// Reads up to `size` bytes with one call; a negative count means that it failed.
+inline ssize_t read_some(int fd, char* bytes, std::size_t size) noexcept {
+  return retry([=] { return ::read(fd, bytes, size); });
+}
+
+/// Appends what is left to read, up to `limit` bytes in all; false when an error cut it short.
+bool read_all(int fd, std::string& text, std::size_t limit = std::string::npos);
+
+/// Writes all of `bytes`; false where no more can be written.
+inline bool write_all(int fd, std::string_view bytes) noexcept {
+  while (!bytes.empty()) {
+    const ssize_t written = retry([=] { return ::write(fd, bytes.data(), bytes.size()); });
+    if (written <= 0) return false;
+    bytes.remove_prefix(static_cast<std::size_t>(written));
+  }
+  return true;
+}
+
+/// Waits for the end of `child`, whose status is not kept; false when there is no such child.
+inline bool wait_for(pid_t child) noexcept {
+  return retry([child] { return ::waitpid(child, nullptr, 0); }) == child;
+}
+
+/// Runs `command` in a shell, appends all that it prints and awaits its end; false when it could
+/// not be started.
+bool read_command(const char* command, std::string& output);
+
+/// Cuts the next line off `rest`: up to its line feed, which it keeps, but at most `most` bytes.
+std::string_view take_line(std::string_view& rest, std::size_t most) noexcept;
+
+/// The lines of a file or of a text, cut as fgets() cuts them.
+///
+/// Where a line is cut is part of what callers promise: a room of N bytes yields pieces of at most
+/// N - 1, and a longer line comes in several. The room is part of the object (see `Lines`), so that
+/// reading lines has no failure of its own.
+class LineSource {
+ public:
+  LineSource(const LineSource&) = delete;
+  LineSource& operator=(const LineSource&) = delete;
+
+  /// Goes to the next piece; false after the last one and where reading fails (see `failed`).
+  bool next() noexcept;
+
+  /// The piece in hand, with its line feed, NUL-terminated; valid until the next call of `next`.
+  char* text() noexcept { return piece_; }
+  /// The same up to its first NUL byte.
+  std::string_view line() const noexcept { return piece_; }
+  /// How many bytes of the source the pieces so far were.
+  std::size_t consumed() const noexcept { return consumed_; }
+  /// True when an error ended the reading, not the end of the file.
+  bool failed() const noexcept { return failed_; }
+
+ protected:
+  LineSource(int fd, std::string_view text, char* block, char* piece, std::size_t room) noexcept
+      : fd_(fd), rest_(text), block_(block), piece_(piece), room_(room) {}
+  ~LineSource() = default;
+
+  static constexpr std::size_t kBlock = 4096;  // what the kernel hands out of /proc at a time
+
+ private:
+  bool fill() noexcept;
+
+  int fd_;
+  std::string_view rest_;
+  char* block_;
+  char* piece_;
+  std::size_t room_;
+  std::size_t consumed_ = 0;
+  bool failed_ = false;
+};
+
+/// Lines in a room of `Room` bytes, with the NUL.
+template <std::size_t Room>
+class Lines final : public LineSource {
+ public:
+  /// Reads the open file `fd` from where it stands; it stays the caller's.
+  explicit Lines(int fd) noexcept : LineSource(fd, {}, block_.data(), piece_.data(), Room) {}
+  /// Cuts a text in memory.
+  explicit Lines(std::string_view text) noexcept
+      : LineSource(-1, text, nullptr, piece_.data(), Room) {}
+
+ private:
+  // Neither is cleared: only what was read is ever looked at.
+  std::array<char, kBlock> block_;
+  std::array<char, Room> piece_;
+};
+
+/// Goes to the first line whose first word is exactly `key`, such as "Uid:"; returns what stands
+/// after the key, or null when there is no such line.
+const char* find_field(LineSource& lines, std::string_view key) noexcept;
+
+}  // namespace utility::detail

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+#include <string_view>
+
+// Small questions about texts that several families ask.
+namespace utility::detail {
+
+/// What the C library's "%s" and "%d" skip in the "C" locale.
+inline constexpr char kWhiteSpace[] = " \t\n\v\f\r";
+
+/// The first word of `text`: up to the next white space, empty when there is nothing else.
+inline std::string_view first_word(const char* text) noexcept {
+  const char* begin = text + std::strspn(text, kWhiteSpace);
+  return {begin, std::strcspn(begin, kWhiteSpace)};
+}
+
+inline bool begins_with(std::string_view text, std::string_view prefix) noexcept {
+  return text.substr(0, prefix.size()) == prefix;
+}
+
+inline bool contains(std::string_view text, std::string_view part) noexcept {
+  return text.find(part) != std::string_view::npos;
+}
+
+/// True when `list`, an array of texts, has exactly `text`.
+template <class List>
+bool is_one_of(const List& list, std::string_view text) noexcept {
+  return std::find(std::begin(list), std::end(list), text) != std::end(list);
+}
+
+}  // namespace utility::detail
