@@ -1,39 +1,31 @@
-#include "support/sandbox.h"
-
-#include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cstdlib>
-#include <filesystem>
+#include <fstream>
+#include <string>
 
-// The ground that other tests stand on: what it promises must hold, or they prove nothing.
+// The ground that other tests stand on, seen from outside.
 
-TEST(Sandbox, FailuresInsideAreTheCallersFailures) {
-  EXPECT_NONFATAL_FAILURE(sandbox::run([] { EXPECT_EQ(1, 2) << "told apart"; }), "told apart");
-  EXPECT_NONFATAL_FAILURE(sandbox::run([] { std::abort(); }), "died");
-  EXPECT_NONFATAL_FAILURE(sandbox::run([] { throw std::runtime_error("thrown"); }), "thrown");
-  EXPECT_NONFATAL_FAILURE(sandbox::run([] { ::pause(); }, {1, true}), "in time");
+static int in_sandbox(const std::string& script) {
+  const int status = std::system((LAUNCHER " bash -c '" + script + "'").c_str());
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-TEST(Sandbox, ChangesStayInside) {
-  const bool had_marker = std::filesystem::exists("/etc/utility-sandbox-marker");
-  std::string scratch;
-  sandbox::run([] {
-    EXPECT_LT(::getpid(), 10) << "process numbers of its own";
-    sandbox::write_file("/etc/utility-sandbox-marker", "x");
-    sandbox::bind_content("/proc/meminfo", "MemTotal: 7 kB\n");
-    EXPECT_EQ(sandbox::read_file("/proc/meminfo"), "MemTotal: 7 kB\n");
-    sandbox::make_private("/usr/sbin");
-    sandbox::stand_in("/usr/sbin/utility-no-such-tool", 3);
-    EXPECT_EQ(WEXITSTATUS(std::system("/usr/sbin/utility-no-such-tool a 'b  c'")), 3);
-    EXPECT_EQ(sandbox::recorded_calls(), std::vector<std::string>{"utility-no-such-tool a b  c"});
-    sandbox::record_shell(true);
-    EXPECT_EQ(WEXITSTATUS(std::system("exit  4")), 4);
-    EXPECT_EQ(sandbox::shell_commands(), std::vector<std::string>{"exit  4"});
-  });
-  EXPECT_FALSE(had_marker);
-  EXPECT_FALSE(std::filesystem::exists("/etc/utility-sandbox-marker"));
-  EXPECT_FALSE(std::filesystem::exists("/usr/sbin/utility-no-such-tool"));
-  EXPECT_FALSE(std::filesystem::exists(sandbox::scratch()));
+TEST(Sandbox, KeepsChangesInsideAndEndsAsTheCommandEnds) {
+  for (const std::string dir : {"/etc", "/usr/sbin", "/var/log", "/run"}) {
+    const std::string mark = dir + "/utility-test-mark";
+    EXPECT_EQ(in_sandbox("echo x > " + mark + " && [ -s " + mark + " ] && exit 7"), 7) << dir;
+    EXPECT_NE(::unlink(mark.c_str()), 0) << dir;
+  }
+  EXPECT_EQ(in_sandbox("[ $$ -lt 30 ] && ip -br link | grep -vc ^lo"), 1) << "its own only";
+  EXPECT_EQ(in_sandbox("kill -9 $$"), 128 + 9);
+  ASSERT_EQ(in_sandbox("sleep 47111 >/dev/null & exit 0"), 0);
+  EXPECT_NE(std::system("pgrep -xf 'sleep 47111'"), 0) << "left running";
+}
+
+TEST(Sandbox, TestsRefuseToRunOutside) {
+  const std::string quiet = "--gtest_brief=1";
+  EXPECT_EXIT(::execl(SANDBOXED, SANDBOXED, quiet.c_str(), nullptr), testing::ExitedWithCode(2),
+              "tests/support/sandbox");
 }

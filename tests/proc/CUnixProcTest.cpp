@@ -208,7 +208,8 @@ TEST(CUnixProc, RealProcesses) {
     EXPECT_EQ(path, "/etc/to");
     Lines paths = {program};
     EXPECT_EQ(Unix::get_all_path_name(paths), 0);
-    EXPECT_EQ(paths, (Lines{program, fs::read_symlink("/proc/self/exe")}));
+    EXPECT_EQ(paths, (Lines{program, fs::read_symlink("/proc/1/exe"),
+                            fs::read_symlink("/proc/self/exe")}));
     sandbox::write_file("/etc/fake/exe", "");
     sandbox::bind_path("/etc/fake", proc_path(child, ""));
     EXPECT_EQ(Unix::get_all_path_name(paths), 9);

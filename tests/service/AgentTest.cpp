@@ -11,42 +11,49 @@ using utility::CUnixTools;
 
 constexpr char kPointer[] = "/var/log/version_control";
 
-TEST(Agent, TheInstallationDirectoryTellsEditionAndDistribution) {
-  const std::string longest(1023, 'd');
-  const struct {
-    const char* sentence;
-    std::optional<std::string> pointer;
-    std::string directory;
-    std::vector<std::string> markers;
-    int edition, distribution;
-  } rows[] = {
-      {"the first line", "/etc/my-vek/a\nb\n", "/etc/my-vek/a", {"debian", "suse"}, 1, 2},
-      {"both editions", "/etc/vek/pxqnt\n", "/etc/vek/pxqnt", {"centos", "ubuntu"}, 2, 0},
-      {"no edition", "/etc/agent", "/etc/agent", {"debian"}, 0, 3},
-      {"no marker: as before", "/etc/agent\n", "/etc/agent", {}, 0, 77},
-      {"1023 bytes of a line", longest + "e", longest, {}, 0, 77},
-      {"no pointer", std::nullopt, "/usr/local/tarvel_agent", {}, 0, 77},
-      {"an empty line", "\n", "", {}, 0, 77},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.sentence);
-    // The directory is kept for the life of a process, so every row gets one of its own.
-    sandbox::run([&row] {
-      sandbox::make_private("/var/log");
-      ::unlink(kPointer);
-      if (row.pointer) sandbox::write_file(kPointer, *row.pointer);
-      for (const auto& marker : row.markers) sandbox::write_file(row.directory + "/" + marker, "");
-      int edition = 77;
-      int distribution = 77;
-      CUnixTools::get_oem_and_issue(edition, distribution);
-      EXPECT_EQ(edition, row.edition);
-      EXPECT_EQ(distribution, row.distribution);
-      EXPECT_EQ(CUnixTools::get_tarvel_path(), row.directory);
-      sandbox::write_file(kPointer, "/later\n");
-      EXPECT_EQ(CUnixTools::get_tarvel_path(), row.directory.empty() ? "/later" : row.directory);
-    });
-  }
+namespace {
+
+const std::string kLongest(1023, 'd');
+
+struct Installation {
+  const char* name;
+  std::optional<std::string> pointer;
+  std::string directory;
+  std::vector<std::string> markers;
+  int edition, distribution;
+};
+const Installation kInstallations[] = {
+    {"TheFirstLine", "/etc/my-vek/a\nb\n", "/etc/my-vek/a", {"debian", "suse"}, 1, 2},
+    {"BothEditions", "/etc/vek/pxqnt\n", "/etc/vek/pxqnt", {"centos", "ubuntu"}, 2, 0},
+    {"NoEdition", "/etc/agent", "/etc/agent", {"debian"}, 0, 3},
+    {"NoMarkerAsBefore", "/etc/agent\n", "/etc/agent", {}, 0, 77},
+    {"1023BytesOfALine", kLongest + "e", kLongest, {}, 0, 77},
+    {"NoPointer", std::nullopt, "/usr/local/tarvel_agent", {}, 0, 77},
+    {"AnEmptyLine", "\n", "", {}, 0, 77},
+};
+
+// The directory is kept for the life of a process, so every row is a test.
+class AgentOf : public ::testing::TestWithParam<Installation> {};
+
+}  // namespace
+
+TEST_P(AgentOf, TheInstallationDirectoryTellsEditionAndDistribution) {
+  const Installation& row = GetParam();
+  ::unlink(kPointer);
+  if (row.pointer) sandbox::write_file(kPointer, *row.pointer);
+  for (const auto& marker : row.markers) sandbox::write_file(row.directory + "/" + marker, "");
+  int edition = 77;
+  int distribution = 77;
+  CUnixTools::get_oem_and_issue(edition, distribution);
+  EXPECT_EQ(edition, row.edition);
+  EXPECT_EQ(distribution, row.distribution);
+  EXPECT_EQ(CUnixTools::get_tarvel_path(), row.directory);
+  sandbox::write_file(kPointer, "/later\n");
+  EXPECT_EQ(CUnixTools::get_tarvel_path(), row.directory.empty() ? "/later" : row.directory);
 }
+
+INSTANTIATE_TEST_SUITE_P(, AgentOf, ::testing::ValuesIn(kInstallations),
+                         [](const auto& row) { return row.param.name; });
 
 TEST(Agent, CommandControlEntriesAndTheScriptService) {
   const struct {
@@ -61,7 +68,6 @@ TEST(Agent, CommandControlEntriesAndTheScriptService) {
       {"127 bytes of a line", "y", "y=" + std::string(200, 'v'), std::string(125, 'v')},
   };
   sandbox::run([&rows] {
-    sandbox::make_private("/var/log");
     const std::string file = "/etc/agent/command_control";
     sandbox::write_file(kPointer, "/etc/agent\n");
     EXPECT_EQ(CUnixTools::get_agent_names("y"), "") << "no file";

@@ -20,48 +20,56 @@ const std::string kPanelRules = "/etc/amh-iptables";
 const std::string kSystemRules = "/etc/sysconfig/iptables";
 const std::string kFirewalld = "/bin/firewall-cmd";
 
+const std::string kPanel = "/etc/init.d/amh-start restart 2&> /dev/null";
+const std::string kSystem = "/etc/init.d/iptables restart 2&> /dev/null";
+const std::string kReload = "firewall-cmd --reload >/dev/null";
+
+struct Choice {
+  const char *name, *distribution;
+  Lines present;       // files that exist
+  std::string edited;  // the one among them that is
+  Lines commands;      // of opening and closing the port
+};
+const Choice kChoices[] = {
+    {"FirewalldFirst",
+     "centos",
+     {kFirewalld, kSystemRules, kPanelRules},
+     "",
+     {"firewall-cmd --add-port=8080/tcp --permanent >/dev/null", kReload,
+      "firewall-cmd --remove-port=8080/tcp --permanent >/dev/null", kReload}},
+    {"ThenThePanel", "centos", {kSystemRules, kPanelRules}, kPanelRules, {kPanel, kPanel}},
+    {"TheSystemsFile", "centos", {kSystemRules}, kSystemRules, {kSystem, kSystem}},
+    {"NoFileRestartedAllTheSame", "centos", {}, "", {kSystem, kSystem}},
+    {"Ufw",
+     "ubuntu",
+     {},
+     "",
+     {"sudo ufw allow 8080 > /dev/null", "sudo ufw delete allow 8080 > /dev/null"}},
+    {"NothingForOtherNames", "debian", {kSystemRules}, "", {}},
+};
+
+class FirewallOf : public ::testing::TestWithParam<Choice> {};
+
 }  // namespace
 
-TEST(Firewall, EachDistributionRunsItsOwnCommands) {
-  const std::string panel = "/etc/init.d/amh-start restart 2&> /dev/null";
-  const std::string system = "/etc/init.d/iptables restart 2&> /dev/null";
-  const std::string reload = "firewall-cmd --reload >/dev/null";
-  const Lines firewalld = {"firewall-cmd --add-port=8080/tcp --permanent >/dev/null", reload,
-                           "firewall-cmd --remove-port=8080/tcp --permanent >/dev/null", reload};
-  const Lines ufw = {"sudo ufw allow 8080 > /dev/null", "sudo ufw delete allow 8080 > /dev/null"};
-  const struct {
-    const char *sentence, *distribution;
-    Lines present;       // files that exist
-    std::string edited;  // the one among them that is
-    Lines commands;      // of opening and closing the port
-  } rows[] = {
-      {"firewalld first", "centos", {kFirewalld, kSystemRules, kPanelRules}, "", firewalld},
-      {"then the panel", "centos", {kSystemRules, kPanelRules}, kPanelRules, {panel, panel}},
-      {"the system's file", "centos", {kSystemRules}, kSystemRules, {system, system}},
-      {"no file: restarted all the same", "centos", {}, "", {system, system}},
-      {"ufw", "ubuntu", {}, "", ufw},
-      {"nothing for other names", "debian", {kSystemRules}, "", {}},
+TEST_P(FirewallOf, ADistributionRunsItsOwnCommands) {
+  const Choice& row = GetParam();
+  for (const std::string& path : row.present) sandbox::write_file(path, kRules);
+  const auto changed = [&row] {
+    std::string paths;
+    for (const auto& path : row.present) paths += sandbox::read_file(path) != kRules ? path : "";
+    return paths;
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.sentence);
-    sandbox::run([&row] {
-      sandbox::make_private("/usr/bin");
-      for (const std::string& path : row.present) sandbox::write_file(path, kRules);
-      const auto changed = [&row] {
-        std::string paths;
-        for (const auto& path : row.present)
-          paths += sandbox::read_file(path) != kRules ? path : "";
-        return paths;
-      };
-      sandbox::record_shell(false);
-      EXPECT_EQ(CUnixTools::iptables_allow_port(row.distribution, 8080), 0);
-      EXPECT_EQ(changed(), row.edited);
-      EXPECT_EQ(CUnixTools::iptables_banned_port(row.distribution, 8080), 0);
-      EXPECT_EQ(changed(), "");
-      EXPECT_EQ(sandbox::shell_commands(), row.commands);
-    });
-  }
+  sandbox::record_shell(false);
+  EXPECT_EQ(CUnixTools::iptables_allow_port(row.distribution, 8080), 0);
+  EXPECT_EQ(changed(), row.edited);
+  EXPECT_EQ(CUnixTools::iptables_banned_port(row.distribution, 8080), 0);
+  EXPECT_EQ(changed(), "");
+  EXPECT_EQ(sandbox::shell_commands(), row.commands);
 }
+
+INSTANTIATE_TEST_SUITE_P(, FirewallOf, ::testing::ValuesIn(kChoices),
+                         [](const auto& row) { return row.param.name; });
 
 TEST(Firewall, RulesAreInsertedAndRemoved) {
   const auto insert = CUnixTools::appand_rule;
@@ -124,7 +132,6 @@ TEST(Firewall, TheRealToolsAcceptWhatIsWritten) {
     CUnixTools::iptables_banned_port("centos", 8080);
     EXPECT_EQ(sandbox::read_file(kSystemRules), saved);
 
-    sandbox::make_private("/usr/bin");
     sandbox::write_file("/usr/bin/sudo", "#!/bin/sh\nexec \"$@\"\n", 0755);
     const auto is_open = [&run] {
       return run("grep -q 'dport 8080 -j ACCEPT' /etc/ufw/user.rules");
