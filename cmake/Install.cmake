@@ -1,6 +1,6 @@
 # What `cmake --install` puts where. Everything is found relative to its own place afterwards, so a prefix
-# can be moved or unpacked anywhere. Two components: `runtime` is what programs need to run,
-# `development` what it takes to build them.
+# can be moved or unpacked anywhere. The components: `runtime` is what programs need to run, `development`
+# what it takes to build them, `tools` the programs that come with the library, `documentation` what to read.
 include(CMakePackageConfigHelpers)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/utility)
@@ -41,10 +41,12 @@ install(FILES ${PROJECT_BINARY_DIR}/utility.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
   COMPONENT development)
 
-if(UTILITY_EXAMPLES)
-  # "host_report" would say too little in a directory of everybody's programs.
-  set_target_properties(host_report PROPERTIES
-    OUTPUT_NAME utility-host-report
+if(UTILITY_TOOLS)
+  set_target_properties(utility-host-report PROPERTIES
     INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
-  install(TARGETS host_report RUNTIME COMPONENT runtime)
+  install(TARGETS utility-host-report RUNTIME COMPONENT tools)
+  install(FILES ${PROJECT_SOURCE_DIR}/tools/utility-host-report.bash
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+    RENAME utility-host-report
+    COMPONENT tools)
 endif()

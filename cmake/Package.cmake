@@ -2,14 +2,34 @@
 # is done only there, with UTILITY_DEBIAN_DOCS; a plain `cmake --install` puts them in one folder.
 option(UTILITY_DEBIAN_DOCS "Install the documents as Debian packages have them" OFF)
 
+set(UTILITY_HTML "" CACHE PATH "Folder of the documentation that script/docs made, to be installed")
+
+set(runtime_package libutility${PROJECT_VERSION_MAJOR})
+set(development_package libutility-dev)
+set(tools_package utility-tools)
+set(documentation_package libutility-doc)
+set(documentation_dir ${CMAKE_INSTALL_DOCDIR})
+if(UTILITY_DEBIAN_DOCS)
+  set(documentation_dir ${CMAKE_INSTALL_DATADIR}/doc/${documentation_package})
+endif()
+
+file(GLOB examples CONFIGURE_DEPENDS
+  ${PROJECT_SOURCE_DIR}/doc/examples/*.cpp ${PROJECT_SOURCE_DIR}/examples/*.cpp)
+install(FILES ${examples} DESTINATION ${documentation_dir}/examples COMPONENT documentation)
+if(UTILITY_HTML)
+  install(DIRECTORY ${UTILITY_HTML} DESTINATION ${documentation_dir} COMPONENT documentation)
+endif()
+
 if(NOT UTILITY_DEBIAN_DOCS)
   install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/CHANGELOG.md
     ${PROJECT_SOURCE_DIR}/packaging/copyright
-    DESTINATION ${CMAKE_INSTALL_DOCDIR}
-    COMPONENT development)
-  install(FILES ${PROJECT_SOURCE_DIR}/doc/utility-host-report.1
-    DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
-    COMPONENT runtime)
+    DESTINATION ${documentation_dir}
+    COMPONENT documentation)
+  if(UTILITY_TOOLS)
+    install(FILES ${PROJECT_SOURCE_DIR}/tools/utility-host-report.1
+      DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
+      COMPONENT tools)
+  endif()
   return()
 endif()
 
@@ -21,11 +41,10 @@ function(compress source name)
 endfunction()
 compress(packaging/changelog changelog.Debian.gz)
 compress(CHANGELOG.md changelog.gz)
-compress(doc/utility-host-report.1 utility-host-report.1.gz)
+compress(tools/utility-host-report.1 utility-host-report.1.gz)
 
-set(runtime_package libutility${PROJECT_VERSION_MAJOR})
-set(development_package libutility-dev)
-foreach(component runtime development)
+set(CPACK_COMPONENTS_ALL runtime development tools documentation)
+foreach(component IN LISTS CPACK_COMPONENTS_ALL)
   install(FILES ${PROJECT_SOURCE_DIR}/packaging/copyright
     ${PROJECT_BINARY_DIR}/packaging/changelog.gz ${PROJECT_BINARY_DIR}/packaging/changelog.Debian.gz
     DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${${component}_package}
@@ -36,15 +55,14 @@ install(FILES ${PROJECT_SOURCE_DIR}/packaging/lintian-overrides
   RENAME ${runtime_package}
   COMPONENT runtime)
 install(FILES ${PROJECT_SOURCE_DIR}/README.md
-  DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${development_package}
-  COMPONENT development)
+  DESTINATION ${documentation_dir}
+  COMPONENT documentation)
 install(FILES ${PROJECT_BINARY_DIR}/packaging/utility-host-report.1.gz
   DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
-  COMPONENT runtime)
+  COMPONENT tools)
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGING_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
-set(CPACK_COMPONENTS_ALL runtime development)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
   OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
@@ -68,9 +86,7 @@ set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${runtime_package})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "Reads the processes, sockets, users, services, log rules and resources of a
-host, changes them, and handles the small formats that come with that work.
-.
-Also holds utility-host-report, which prints what the library tells of a host.")
+host, changes them, and handles the small formats that come with that work.")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
 file(WRITE ${PROJECT_BINARY_DIR}/packaging/shlibs
@@ -89,4 +105,19 @@ processes, sockets, users, services, log rules and resources of a host and
 changes them.")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
   "${runtime_package} (= ${PROJECT_VERSION}-${revision})")
+
+set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME ${tools_package})
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION admin)
+set(CPACK_COMPONENT_TOOLS_DESCRIPTION "utility-host-report prints what libutility tells of a host: sockets with the
+processes that hold them, processes, interfaces, memory, CPUs, file systems,
+accounts, services and log rules, as columns or as JSON.")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${runtime_package} (= ${PROJECT_VERSION}-${revision})")
+
+set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_NAME ${documentation_package})
+set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_SECTION doc)
+set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_ARCHITECTURE all)
+set(CPACK_COMPONENT_DOCUMENTATION_DESCRIPTION "Pages, reference and example programs of the library that reads the
+processes, sockets, users, services, log rules and resources of a host and
+changes them.")
 include(CPack)
