@@ -40,7 +40,7 @@ class UTILITY_API CUnixLog {
   };
 
   /// Gets each rule, which lives for the call only, and the caller's context; non-zero asks to
-  /// stop.
+  /// stop. A null callback is told nothing.
   using Callback = int (*)(const UnixLogData& data, void* context);
 
   /// The daemon's name.

@@ -52,6 +52,7 @@ class UTILITY_API CUnixServ {
   /// execute, and services whose status command cannot be started.
   ///
   /// @param callback  gets each record, which lives for the call only; non-zero stops the listing.
+  ///                  Null is told nothing.
   /// @param context   handed to the callback as it is.
   /// @return 0; 1 when /etc/init.d cannot be listed; 7 when the callback stopped it.
   static int get_all_serv_data(int (*callback)(const UnixServData& data, void* context),

@@ -10,8 +10,9 @@ namespace utility {
 /// File, directory and command operations; the host's firewall; the agent's own installation.
 ///
 /// "Exists" means what access(2) says: links are followed, so a dangling link does not exist. No
-/// operation prints, and none but `get_agent_names` throws. All may run on any number of threads at
-/// once, but edits of the firewall's rules only one at a time.
+/// operation prints, and none throws but `get_agent_names` and, through it,
+/// `operate_agent_service`. A null path is the empty one, which never exists. All may run on any
+/// number of threads at once, but edits of the firewall's rules only one at a time.
 ///
 /// The result codes of the operations that return an `int` status:
 ///
@@ -70,7 +71,8 @@ class UTILITY_API CUnixTools {
   ///
   /// @return the status of the last entry in listing order (0 for none), so a failure before it is
   ///         not reported: 1 a file or directory could not be opened, 13 the entry is of a kind
-  ///         that is not copied. 1 also when `source` itself cannot be listed.
+  ///         that is not copied. 1 also when `source` itself cannot be listed; nothing is touched
+  ///         when either is null.
   static int copy_directory(const char* source, const char* target);
 
   /// Copies a directory, a regular file or the file behind a link.
@@ -183,10 +185,14 @@ class UTILITY_API CUnixTools {
   /// added again.
   ///
   /// The file is copied line by line (in pieces of 1023 bytes) to `file` + ".tvbak", which then
-  /// replaces it and has its mode. A ".tvbak" left over from an interrupted run is not emptied: its
-  /// lines end up in front. Nothing is reported; a file that cannot be opened, or a copy that
-  /// cannot be written, leaves the rule file as it was. There is no lock: callers serialise their
-  /// edits.
+  /// replaces it and has its owner and mode. A ".tvbak" left over from an interrupted run is not
+  /// emptied: its lines end up in front. Nothing is reported; a file that cannot be opened, or a
+  /// copy that cannot be written, leaves the rule file as it was. There is no lock: callers
+  /// serialise their edits.
+  ///
+  /// **A rule file that is a mount point, as containers have them, cannot be replaced:** the copy
+  /// is appended to it, so that the file holds its old lines and then all of them again with the
+  /// rule. No ".tvbak" stays behind.
   ///
   /// @param file  the path of the rule file.
   /// @param rule  the line with its line feed.
@@ -221,7 +227,8 @@ class UTILITY_API CUnixTools {
   /// name; the one byte behind the name is dropped and the rest trimmed.
   ///
   /// @return the value; empty when the file cannot be opened or no line begins so.
-  /// @throws std::out_of_range when that line ends with the name itself, without even a line feed.
+  /// @throws std::out_of_range when that line ends with the name itself, without even a line feed;
+  ///         so does a line of which `name` is the first 127 bytes, whatever follows them.
   static std::string get_agent_names(const char* name);
 
   /// Starts (0) or stops (1) the agent's script service: /etc/init.d/NAME with the name that
@@ -229,6 +236,8 @@ class UTILITY_API CUnixTools {
   /// reported.
   ///
   /// The name goes to the shell as it stands in the file.
+  ///
+  /// @throws std::out_of_range as `get_agent_names` does; nothing is run then.
   static void operate_agent_service(const int& operation);
 };
 

@@ -217,6 +217,9 @@ class UTILITY_API CUnixUser {
   ///   no group file, but the new one in /etc/group.temp and the old one in /etc/group.bak. The
   ///   next call then returns 22 and puts the working copy in place.
   /// - A working copy left over from an interrupted run is appended to: its lines stay in front.
+  /// - Where /etc/group is a mount point, as in containers, it cannot be replaced: it stays as it
+  ///   was, the result is 0 all the same, and the new text stands in /etc/group.temp, to which each
+  ///   further call appends another.
   /// - Lines are taken in pieces of 1,023 bytes, each judged as a line; a NUL byte ends a piece. Of
   ///   a longer line of the group only the first piece is replaced; the others stay behind it as a
   ///   line of their own.
@@ -229,7 +232,7 @@ class UTILITY_API CUnixUser {
   /// Source: /etc/group, rewritten by way of /etc/group.temp and /etc/group.bak.
   static int mod_group_member(const std::string& name, const std::vector<std::string>& members);
 
-  /// Joins `members` with "," into `text`; an empty list gives an empty text.
+  /// Appends `members`, joined with ",", to `text`; an empty list empties it instead.
   static void get_new_grp_mem_list(const std::vector<std::string>& members, std::string& text);
 };
 

@@ -9,6 +9,7 @@
 
 #include "account/account_common.h"
 #include "base/account_lookup.h"
+#include "base/callback.h"
 #include "base/handles.h"
 #include "base/io.h"
 #include "base/rights.h"
@@ -101,7 +102,7 @@ int CUnixUser::get_all_group_data(int (*callback)(const UnixGroupData&, void*), 
   UnixGroupData record;
   while (const group* entry = GroupWalk::next()) {
     gr_2_gd(*entry, record);
-    if (callback != nullptr && callback(record, context) != 0) return 20;
+    if (detail::stops(callback, record, context)) return 20;
   }
   return errno != 0 ? 3 : 0;
 }
@@ -156,9 +157,12 @@ int CUnixUser::mod_group_member(const std::string& name, const std::vector<std::
 }
 
 void CUnixUser::get_new_grp_mem_list(const std::vector<std::string>& members, std::string& text) {
-  text.clear();
-  for (const std::string& member : members) text += member + ',';
-  if (!text.empty()) text.pop_back();
+  if (members.empty()) text.clear();
+  const char* separator = "";
+  for (const std::string& member : members) {
+    text.append(separator).append(member);
+    separator = ",";
+  }
 }
 
 }  // namespace utility

@@ -4,6 +4,7 @@
 
 #include "account/account_common.h"
 #include "base/account_lookup.h"
+#include "base/callback.h"
 #include "utility/CUnixTools.h"
 #include "utility/CUnixUser.h"
 
@@ -59,7 +60,7 @@ int CUnixUser::get_all_user_data(int (*callback)(const UnixUserData&, void*), vo
   UnixUserData record;
   while (const passwd* entry = ::getpwent()) {
     pw_2_ud(*entry, record);
-    if (callback != nullptr && callback(record, context) != 0) return 20;
+    if (detail::stops(callback, record, context)) return 20;
   }
   return 0;
 }

@@ -145,6 +145,7 @@ int CUnixTools::copy_regular_file(const char* source, const char* target) {
 }
 
 int CUnixTools::copy_directory(const char* source, const char* target) {
+  if (source == nullptr || target == nullptr) return 1;
   if (!is_exist_dir(target))
     ::mkdir(or_empty(target), static_cast<mode_t>(read_file_permission(source)));
   DirWalk entries(or_empty(source));

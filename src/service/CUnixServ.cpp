@@ -7,6 +7,7 @@
 #include <array>
 #include <string_view>
 
+#include "base/callback.h"
 #include "base/dir_walk.h"
 #include "base/handles.h"
 #include "base/read_all.h"
@@ -89,7 +90,7 @@ int CUnixServ::get_all_serv_data(int (*callback)(const UnixServData& data, void*
   while (const char* name = scripts.next()) {
     UnixServData data;
     if (!is_service(name) || get_serv_data(name, data) != 0) continue;
-    if (callback(data, context) != 0) return 7;
+    if (detail::stops(callback, data, context)) return 7;
   }
   return 0;
 }

@@ -1,7 +1,6 @@
 // The firewall part of CUnixTools.
 
 #include <fcntl.h>
-#include <sys/stat.h>
 
 #include <cstdio>
 #include <string_view>
@@ -10,6 +9,7 @@
 #include "base/line_reader.h"
 #include "base/paths.h"
 #include "base/read_all.h"
+#include "base/rights.h"
 #include "utility/CUnixTools.h"
 
 namespace utility {
@@ -59,13 +59,11 @@ int change_port(const std::string& distribution, int port, const PortChange& cha
   return 0;
 }
 
-// Opens the copy for appending with the mode of the original, which may be private.
+// Opens the copy for appending with the owner and mode of the original, which may be private.
 detail::File open_copy(const std::string& path, FILE* original) {
-  struct stat status {};
-  if (::fstat(::fileno(original), &status) != 0) return nullptr;
   detail::Fd fd(::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
   if (!fd) return nullptr;
-  ::fchmod(fd.get(), status.st_mode & 07777);
+  detail::take_over_rights(::fileno(original), fd.get());
   detail::File copy(::fdopen(fd.get(), "a"));
   if (copy) fd.release();
   return copy;

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/callback.h"
 #include "base/handles.h"
 #include "base/line_reader.h"
 #include "service/log_file.h"
@@ -102,7 +103,7 @@ int CUnixLog::parse_line(const std::string& line, Callback callback, void* conte
     if (parts.size() < 2) return 8;
     rule.fac = parts[0];
     rule.level = parts[1];
-    if (callback(rule, context) != 0) return 17;
+    if (detail::stops(callback, rule, context)) return 17;
   }
   return divided;
 }

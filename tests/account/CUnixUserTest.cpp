@@ -112,6 +112,8 @@ TEST(CUnixUser, FindsWhatTheDatabasesHold) {
     const auto stop = [](const auto& /*record*/, void* /*context*/) { return -1; };
     EXPECT_EQ(U::get_all_user_data(stop, nullptr), 20);
     EXPECT_EQ(U::get_all_group_data(stop, nullptr), 20);
+    EXPECT_EQ(U::get_all_user_data(nullptr, nullptr), 0);
+    EXPECT_EQ(U::get_all_group_data(nullptr, nullptr), 0);
 
     User user{"kept", 7, 8, "c", "h", "s"};
     Group group{"kept", 7, {"m"}};
@@ -166,11 +168,29 @@ TEST(CUnixUser, RewritesTheGroupFileByteForByte) {
     EXPECT_EQ(U::mod_group_member("missing", {"a"}), 3);
     EXPECT_FALSE(fs::exists("/etc/group") || fs::exists("/etc/group.bak")) << "the hard ending";
 
+    // As containers have it: the file cannot be replaced, and the copies gather beside it.
+    sandbox::write_file("/etc/group", "");
+    sandbox::bind_content("/etc/group", line);
+    for (const std::string& stands : {new_line, new_line + new_line}) {
+      EXPECT_EQ(U::mod_group_member("wheel", {"a"}), 0);
+      EXPECT_EQ(sandbox::read_file("/etc/group"), line) << "a mount point";
+      EXPECT_EQ(sandbox::read_file("/etc/group.temp"), stands);
+    }
+    ASSERT_EQ(::umount("/etc/group"), 0);
+
     sandbox::write_file("/etc/group", line);
     ASSERT_EQ(::mount(nullptr, "/etc", nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr), 0);
     EXPECT_EQ(U::mod_group_member("wheel", {"a"}), 22);
     EXPECT_EQ(sandbox::read_file("/etc/group"), line);
   });
+}
+
+TEST(CUnixUser, MembersAreAppendedToATextAndNoneEmptyIt) {
+  std::string text = "pre:";
+  U::get_new_grp_mem_list({"x", "", "y"}, text);
+  EXPECT_EQ(text, "pre:x,,y");
+  U::get_new_grp_mem_list({}, text);
+  EXPECT_EQ(text, "");
 }
 
 TEST(CUnixUser, AccountsFromBirthToEnd) {

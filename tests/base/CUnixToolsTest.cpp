@@ -124,6 +124,7 @@ TEST_F(CUnixToolsFiles, AreCopiedAndRemovedAsTrees) {
   EXPECT_EQ(CUnixTools::read_file_permission("copy/sub"), 0040700U);
   EXPECT_EQ(CUnixTools::copy_directory("none", "x"), 1);
   EXPECT_EQ(CUnixTools::copy_directory(nullptr, nullptr), 1);
+  EXPECT_EQ(CUnixTools::copy_directory("tree", nullptr), 1);
   EXPECT_EQ(CUnixTools::copy_directory("pipes", "x"), 13);
 
   EXPECT_EQ(CUnixTools::rm_file("dirlink"), 11);

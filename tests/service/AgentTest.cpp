@@ -77,6 +77,12 @@ TEST(Agent, CommandControlEntriesAndTheScriptService) {
     }
     sandbox::write_file(file, "x=1\ny");
     EXPECT_THROW(CUnixTools::get_agent_names("y"), std::out_of_range);
+    const std::string longest(127, 'n');
+    sandbox::write_file(file, longest + "=v\n");
+    EXPECT_THROW(CUnixTools::get_agent_names(longest.c_str()), std::out_of_range);
+    EXPECT_EQ(CUnixTools::get_agent_names((longest + "=").c_str()), "") << "longer than a piece";
+    sandbox::write_file(file, "script_server");
+    EXPECT_THROW(CUnixTools::operate_agent_service(0), std::out_of_range);
 
     sandbox::write_file(file, "script_server=webagent\n");
     sandbox::record_shell(false);

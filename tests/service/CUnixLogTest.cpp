@@ -93,10 +93,13 @@ TEST(CUnixLog, ReadingAndSearchingTheFile) {
     EXPECT_EQ(rules.find("kern"), std::string::npos) << "a stop ends its line";
     EXPECT_NE(rules.find("last"), std::string::npos) << "and no other";
 
+    EXPECT_EQ(CUnixLog::get_all_log_data(nullptr, nullptr), 0);
+    EXPECT_EQ(CUnixLog::parse_line("a.b;c.d /x", nullptr, nullptr), 0);
     for (const auto search : {CUnixLog::find_ld, CUnixLog::filter_logs_data}) {
       rules.clear();
       EXPECT_EQ(search("mail", "info", collect, &rules), 0);
       EXPECT_EQ(rules, "mail|info|/a\n*|info|/b\nmail,news|info|/c\nmail|*|/d\n");
+      EXPECT_EQ(search("mail", "info", nullptr, nullptr), 0);
       EXPECT_EQ(search("cron", "info", collect, &rules), 11) << "no valid facility";
       EXPECT_EQ(search("mail", "warn", collect, &rules), 11) << "no valid level";
     }

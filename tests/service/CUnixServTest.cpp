@@ -76,6 +76,7 @@ TEST(CUnixServ, TheRealServiceCommandRunsTheScripts) {
       EXPECT_EQ(services[row.name].status, row.status) << row.name;
       EXPECT_TRUE(services[row.name].status_text == row.status_text) << row.name;
     }
+    EXPECT_EQ(CUnixServ::get_all_serv_data(nullptr, nullptr), 0);
     services.clear();
     const auto stop = [](const auto& data, void* all) { return collect(data, all) + 1; };
     EXPECT_EQ(CUnixServ::get_all_serv_data(stop, &services), 7);

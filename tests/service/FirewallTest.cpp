@@ -107,15 +107,25 @@ TEST(Firewall, RulesAreInsertedAndRemoved) {
     for (const auto& row : rows) {
       SCOPED_TRACE(row.sentence);
       sandbox::write_file(file, row.before, 0600);
+      ASSERT_EQ(::chown(file.c_str(), 12, 34), 0);
       if (!row.stale.empty()) sandbox::write_file(work_file, row.stale);
       row.edit(file, row.rule);
       EXPECT_EQ(sandbox::read_file(file), row.after);
       EXPECT_EQ(CUnixTools::read_file_permission(file.c_str()), 0100600U);
+      struct stat st {};
+      EXPECT_EQ(::stat(file.c_str(), &st), 0);
+      EXPECT_EQ(std::pair(st.st_uid, st.st_gid), std::pair(12U, 34U));
       EXPECT_FALSE(fs::exists(work_file));
       fs::remove(file);
       row.edit(file, row.rule);
       EXPECT_TRUE(fs::is_empty(dir)) << "nothing comes of a missing file";
     }
+    // As containers have it: the file cannot be replaced, so the copy ends up after its old lines.
+    sandbox::write_file(file, "");
+    sandbox::bind_content(file, ":INPUT\n");
+    CUnixTools::appand_rule(file, kRule);
+    EXPECT_EQ(sandbox::read_file(file), ":INPUT\n:INPUT\n" + kRule) << "a mount point";
+    EXPECT_FALSE(fs::exists(work_file));
   });
 }
 
