@@ -62,7 +62,8 @@ bool fill_cpu(const Filters& /*filters*/, Table& table) {
   return true;
 }
 
-// The mount table writes blanks and the like as three octal digits, "\040".
+// The mount table writes blanks and the like as three octal digits, "\040". (Mount points that hold
+// one are left out by the library.)
 std::string unescaped(const std::string& text) {
   const auto is_octal = [&text](std::size_t i) { return text[i] >= '0' && text[i] <= '7'; };
   std::string result;
@@ -93,7 +94,7 @@ bool fill_disks(const Filters& /*filters*/, Table& table) {
                usable == 0
                    ? ""
                    : percent(100.0 * static_cast<double>(used) / static_cast<double>(usable)),
-               unescaped(info.mount)});
+               info.mount});
   }
   return complete;
 }
