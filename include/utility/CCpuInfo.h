@@ -17,6 +17,14 @@ namespace utility {
 ///     CCpuInfo::get_cpu_usage(before, after, percent);
 ///
 /// All operations may run on any number of threads at once.
+///
+/// | Code | Meaning |
+/// |---|---|
+/// | 0 | done |
+/// | 1 | /proc/stat cannot be opened |
+/// | 2 | reading failed on the way |
+/// | 4 | the samples cannot be compared |
+/// | 5 | no CPU was found |
 class UTILITY_API CCpuInfo {
  public:
   /// The counters of one CPU, in clock ticks since the start of the host.
@@ -44,9 +52,9 @@ class UTILITY_API CCpuInfo {
   /// @param stat  receives the sample: entries are appended, `count` is set to how many this call
   ///              appended. Pass a fresh record for each sample: a load is computed over its first
   ///              `count` entries.
-  /// @return 0; 1 when the file cannot be opened, 3 when there is no memory for the line buffer
-  ///         (`stat` is untouched on both); 2 when reading failed on the way; 5 when no CPU was
-  ///         found.
+  /// @return 0; 1 when the file cannot be opened (`stat` is untouched); 2 when reading failed on
+  /// the
+  ///         way; 5 when no CPU was found.
   /// On 2 `stat` keeps what was filled before the failing step.
   /// Source: /proc/stat in lines of at most 1023 bytes, proc(5).
   static int get_cpu_stat(CpuStat& stat);

@@ -12,6 +12,12 @@ namespace utility {
 /// The mounted file systems with their sizes.
 ///
 /// All operations may run on any number of threads at once.
+///
+/// | Code | Meaning |
+/// |---|---|
+/// | 0 | done |
+/// | 1 | the mount table cannot be opened |
+/// | 2 | reading failed on the way |
 class UTILITY_API CDiskInfo {
  public:
   /// One mounted file system. The texts are as the mount table writes them ("\040" for a blank).
@@ -31,8 +37,9 @@ class UTILITY_API CDiskInfo {
   /// is gone may be for ever.
   ///
   /// @param infos  receives one record per mount in table order; appended to, never cleared.
-  /// @return 0; 1 when the mount table cannot be opened, 3 when there is no memory for the line
-  ///         buffer (`infos` is untouched on both); 2 when reading failed on the way.
+  /// @return 0; 1 when the mount table cannot be opened (`infos` is untouched); 2 when reading
+  /// failed
+  ///         on the way.
   /// On 2 `infos` keeps what was filled before the failing step.
   /// Source: /etc/mtab in lines of at most 4095 bytes; access(2) and statfs(2) of each mount point.
   static int get_disk_info(std::vector<DiskInfo>& infos);

@@ -7,6 +7,13 @@ namespace utility {
 /// Memory use of the host and of single processes.
 ///
 /// All operations may run on any number of threads at once.
+///
+/// | Code | Meaning |
+/// |---|---|
+/// | 0 | done |
+/// | 1 | memory ran out, or the process's status file cannot be opened |
+/// | 2 | /proc/meminfo cannot be opened or lacks a key |
+/// | 3 | the host's memory could not be read (`get_process_mem_usage`) |
 class UTILITY_API CMemInfo {
  public:
   /// Memory of the host, in kB; figures beyond 32 bits (2 TiB) wrap.
@@ -22,7 +29,7 @@ class UTILITY_API CMemInfo {
   ///
   /// @param stat  receives the figures: `total` is set, `free` is added to. The caller zeroes it.
   /// @return 0 when all four keys were found; 2 when fewer were (also when the file cannot be
-  ///         opened); 1 when memory ran out over a line.
+  ///         opened); 1 when memory ran out.
   /// On failure `stat` keeps what was filled before the failing step.
   /// Source: /proc/meminfo, proc(5).
   static int get_mem_stat(MemStat& stat);

@@ -9,6 +9,11 @@ namespace utility {
 /// The version of the operating system as one number.
 ///
 /// All operations may run on any number of threads at once.
+///
+/// | Code | Meaning |
+/// |---|---|
+/// | 0 | done |
+/// | 1 | not provided on this system |
 class UTILITY_API COS_info {
  public:
   /// Packs what uname(2) says into one number.
@@ -21,7 +26,7 @@ class UTILITY_API COS_info {
   /// | 5 to 14   | 0                                                                            |
   /// | 0 to 4    | 1 when the machine name contains "x64", else 0 (so 0 on "x86_64")            |
   ///
-  /// A place behind the end of the release counts as 0. "4.18.0" on Linux, x86_64, gives
+  /// A place after the end of the release counts as 0. "4.18.0" on Linux, x86_64, gives
   /// 0x2000000 + (4 << 20) + (1 << 15).
   ///
   /// @param version  receives the number.

@@ -19,6 +19,13 @@ namespace utility {
 ///
 /// Callbacks return 0 to go on and anything else to stop; records live only for the call; a null
 /// callback is told nothing. All operations may run on any number of threads at once.
+///
+/// | Code | Meaning |
+/// |---|---|
+/// | 0 | done, or nothing to report |
+/// | 1 | not provided on this system |
+/// | 2 | the callback asked to stop |
+/// | 10 | the partition list cannot be opened |
 class UTILITY_API CUnixDisk {
  public:
   /// A volume group: a whole disk.

@@ -18,25 +18,34 @@ namespace utility {
 /// before other threads use the family. Reading may run in parallel; **edits are made without a
 /// lock**, and callers serialise them.
 ///
-/// The result codes, which mean the same in every operation:
-///
-///     0   done                                10  no rule matched
-///     1   an empty text or missing context    11  not a valid facility or level
-///     3   the file cannot be opened           12  the rule is there already
-///     4   no memory for a buffer or context   14  a seek failed
-///     5   the daemon runs already             15  a write was short
-///     6   the service command failed          17  the callback asked to stop
-///     7   the daemon does not run             18  the daemon did not get there in time
-///     8   a selector or action is missing     19  the file could not be truncated
-///     9   a read failed                       20  the action's file does not exist
-///                                             21  the action is no regular file
+/// | Code | Meaning |
+/// |---|---|
+/// | 0 | done |
+/// | 1 | an empty text, a missing context, or not a daemon's name |
+/// | 3 | the configuration file cannot be opened |
+/// | 4 | no memory for the bytes after an edit |
+/// | 5 | the daemon runs already |
+/// | 6 | the service command failed |
+/// | 7 | the daemon does not run |
+/// | 8 | a selector or the action is missing |
+/// | 9 | a read failed |
+/// | 10 | no rule matched |
+/// | 11 | not a valid facility or level |
+/// | 12 | the rule is there already |
+/// | 14 | a seek failed |
+/// | 15 | a write was short |
+/// | 17 | the callback asked to stop |
+/// | 18 | the daemon did not get there in time |
+/// | 19 | the file could not be truncated |
+/// | 20 | the action's file does not exist |
+/// | 21 | the action is no regular file |
 class UTILITY_API CUnixLog {
  public:
   /// One rule, for one facility and one level.
   struct UnixLogData {
     std::string fac;    ///< facility as written: "mail", "mail,news" or "*"
-    std::string level;  ///< level as written behind the first ".": "info", "*" or "none"
-    std::string obj;    ///< action: the words behind the selectors, joined by single blanks
+    std::string level;  ///< level as written after the first ".": "info", "*" or "none"
+    std::string obj;    ///< action: the words after the selectors, joined by single blanks
   };
 
   /// Gets each rule, which lives for the call only, and the caller's context; non-zero asks to
@@ -74,7 +83,7 @@ class UTILITY_API CUnixLog {
   /// action, before the result tells of it.
   ///
   /// @return 0; 1 for an empty line; 8 when the action is missing or when a selector has no "."
-  ///         (those behind it are not reported); 17 when the callback asked to stop.
+  ///         (those after it are not reported); 17 when the callback asked to stop.
   static int parse_line(const std::string& line, Callback callback, void* context);
 
   /// Reports every rule of the configuration file, in file order.
@@ -82,7 +91,7 @@ class UTILITY_API CUnixLog {
   /// Lines that are no rules are skipped. A callback that asks to stop ends its line only: reading
   /// goes on with the next one.
   ///
-  /// @return 0, 3, 4 or 9.
+  /// @return 0, 3 or 9.
   static int get_all_log_data(Callback callback, void* context);
 
   /// True when `rule` covers the facility and level of `query`.
@@ -93,8 +102,9 @@ class UTILITY_API CUnixLog {
 
   /// Reports the rules that cover a facility and a level.
   ///
-  /// @return 11 when either is not valid (the file is not opened); 4; otherwise what
-  ///         `get_all_log_data` returns.
+  /// @return 11 when either is not valid (the file is not opened); otherwise what
+  /// `get_all_log_data`
+  ///         returns.
   static int find_ld(const std::string& fac, const std::string& level, Callback callback,
                      void* context);
   /// The same as `find_ld`.
@@ -105,7 +115,7 @@ class UTILITY_API CUnixLog {
   ///
   /// @param data   the rule to look for.
   /// @param found  receives the answer.
-  /// @return 0, 3, 4 or 9; on failure `found` tells only of the lines before it.
+  /// @return 0, 3 or 9; on failure `found` tells only of the lines before it.
   static int is_existed_data(const UnixLogData& data, bool& found);
 
   /// The callback of `find_ld`; its context is made there. Returns 1 without a complete context, 17
@@ -128,14 +138,16 @@ class UTILITY_API CUnixLog {
   /// Removes a rule from every line that holds it, in place, and restarts the daemon.
   ///
   /// A line holds the rule when "FAC.LEVEL" occurs in it, also as part of a longer word, and its
-  /// action equals `obj`. The text goes together with a ";" behind it; a line of this selector only
+  /// action equals `obj`. The text goes together with a ";" after it; a line of this selector only
   /// becomes empty. An edited line loses its comment and the blanks around it. The file keeps its
   /// size: spaces fill it up at the end.
   ///
-  /// @return 0; 3; 4; 8 at a line that holds the text but has no action; 9; 10 when nothing matched
-  ///         (the daemon is left alone); a failure of `sub_line`; otherwise what `restart_syslog`
-  ///         returns. Lines edited before a failure stay edited, and so do those before a crash,
-  ///         each of them whole; some of the spaces may be missing then.
+  /// @return 0; 3; 8 at a line that holds the text but has no action; 9 when the file cannot be
+  /// read
+  ///         to its end (nothing is edited); 10 when nothing matched (the daemon is left alone); a
+  ///         failure of `sub_line`; otherwise what `restart_syslog` returns. Lines edited before a
+  ///         failure stay edited, and so do those before a crash, each of them whole; some of the
+  ///         spaces may be missing then.
   static int del_log_data(UnixLogData& data);
 
   /// Appends a line feed and `text` to the configuration file, which is made when it is missing.
@@ -149,7 +161,7 @@ class UTILITY_API CUnixLog {
   /// Replaces the bytes from `start` up to, not including, `end` of an open file.
   ///
   /// Where the new text is shorter, spaces at the end of the file make up for it: the size never
-  /// shrinks. On success the stream stands behind the new text; it stays the caller's. All is
+  /// shrinks. On success the stream stands after the new text; it stays the caller's. All is
   /// written at once, so a crash leaves the file as it was or changed, in the latter case perhaps
   /// without the spaces; a write that fails can leave it half changed.
   ///
@@ -157,7 +169,7 @@ class UTILITY_API CUnixLog {
   /// @param start  byte offset, not after `end`.
   /// @param end    byte offset within the file.
   /// @param text   what takes their place; only read.
-  /// @return 0; 1 for a null file; 4; 9 when the bytes behind `end` cannot be read; 14; 15; 19.
+  /// @return 0; 1 for a null file; 4; 9 when the bytes after `end` cannot be read; 14; 15; 19.
   static int sub_line(FILE* file, long start, long end, std::string& text);
 
   /// True when a process runs whose command name contains the daemon's name, so "syslog" also finds

@@ -13,6 +13,15 @@ namespace utility {
 /// of /etc/init.d and holds nothing that a shell would act on. Every operation waits for the script
 /// that it starts, so it takes as long as the script does. Nothing throws or prints; there is no
 /// state, and calls may run in parallel.
+///
+/// | Code | Meaning |
+/// |---|---|
+/// | 0 | done |
+/// | 1 | /etc/init.d cannot be listed |
+/// | 2 | an empty name |
+/// | 3 | the status command could not be started |
+/// | 6 | the command ended with a failure or by a signal |
+/// | 7 | the callback asked to stop |
 class UTILITY_API CUnixServ {
  public:
   /// One service.
@@ -41,7 +50,7 @@ class UTILITY_API CUnixServ {
   ///         untouched.
   static int get_serv_data(const std::string& name, UnixServData& data);
 
-  /// True when /etc/init.d/`name` is no service: a directory, or a name whose part behind the last
+  /// True when /etc/init.d/`name` is no service: a directory, or a name whose part after the last
   /// "." is "bak", "orig", "rpmnew", "rpmorig", "rpmsave" or "~". So "foo~", without a dot, is one.
   static bool is_ignored_file(const std::string& name);
 

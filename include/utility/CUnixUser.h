@@ -20,23 +20,23 @@ namespace utility {
 /// "$", backquote, backslash, ":" or line feed. Existence is no such check: a database can hold any
 /// name.
 ///
-/// The result codes, one table for the whole class:
-///
-///     0   done
-///     1   an empty name was asked for
-///     2   no such user
-///     3   no such group, or the group database reported an error
-///     4   an empty name was to be changed
-///     5   the new uid belongs to another account
-///     7   the tool failed
-///     8   the new gid belongs to another group
-///     9   the group already exists
-///     10  the user already exists
-///     11  no such user (`mod_passwd`)
-///     20  the callback asked to stop
-///     21  the pipe, the child process or the wait for it failed
-///     22  the file could not be read, or its working copy not be opened
-///     23  a user of the same name exists
+/// | Code | Meaning |
+/// |---|---|
+/// | 0 | done |
+/// | 1 | an empty name was asked for |
+/// | 2 | no such user |
+/// | 3 | no such group, or the group database reported an error |
+/// | 4 | an empty name was to be changed |
+/// | 5 | the new uid belongs to another account |
+/// | 7 | the tool failed |
+/// | 8 | the new gid belongs to another group |
+/// | 9 | the group already exists |
+/// | 10 | the user already exists |
+/// | 11 | no such user (`mod_passwd`) |
+/// | 20 | the callback asked to stop |
+/// | 21 | the pipe, the child process or the wait for it failed |
+/// | 22 | the file could not be read, or its working copy not be opened |
+/// | 23 | a user of the same name exists |
 ///
 /// A tool has failed when its exit code is not 0, as `CUnixTools::exec_cmd` reports it; a signal
 /// that ends the shell itself counts as done there. Look-ups take an unreadable database for empty.
@@ -221,7 +221,7 @@ class UTILITY_API CUnixUser {
   ///   was, the result is 0 all the same, and the new text stands in /etc/group.temp, to which each
   ///   further call appends another.
   /// - Lines are taken in pieces of 1,023 bytes, each judged as a line; a NUL byte ends a piece. Of
-  ///   a longer line of the group only the first piece is replaced; the others stay behind it as a
+  ///   a longer line of the group only the first piece is replaced; the others stay after it as a
   ///   line of their own.
   /// - The new file takes over mode and owner.
   ///

@@ -106,15 +106,16 @@ template <std::size_t Room>
 class Lines final : public LineSource {
  public:
   /// Reads the open file `fd` from where it stands; it stays the caller's.
-  explicit Lines(int fd) noexcept : LineSource(fd, {}, block_.data(), piece_.data(), Room) {}
+  explicit Lines(int fd) noexcept : LineSource(fd, {}, block_, piece_, Room) {}
   /// Cuts a text in memory.
   explicit Lines(std::string_view text) noexcept
-      : LineSource(-1, text, nullptr, piece_.data(), Room) {}
+      : LineSource(-1, text, nullptr, piece_, Room) {}
 
  private:
-  // Neither is cleared: only what was read is ever looked at.
-  std::array<char, kBlock> block_;
-  std::array<char, Room> piece_;
+  // Neither is cleared: only what was read is ever looked at. Plain arrays, whose place the base
+  // may be told before they exist.
+  char block_[kBlock];
+  char piece_[Room];
 };
 
 /// Goes to the first line whose first word is exactly `key`, such as "Uid:"; returns what stands

@@ -4,16 +4,22 @@
 #include <cstring>
 #include <string>
 
-#include "base/handles.h"
-#include "base/line_reader.h"
+#include "base/io.h"
+#include "base/text.h"
 #include "utility/CStr.h"
 
 namespace utility {
 namespace {
 
-constexpr std::size_t kLine = 1024;
+enum Code : int {
+  kDone = 0,
+  kNotOpened = 1,
+  kReadFailed = 2,
+  kNotComparable = 4,
+  kNoCpu = 5,
+};
 
-// The counters in the order in which a line of /proc/stat gives them behind the name.
+// The counters in the order in which a line of /proc/stat gives them after the name.
 constexpr std::int64_t CCpuInfo::CpuStatEnt::*kCounters[] = {
     &CCpuInfo::CpuStatEnt::user,   &CCpuInfo::CpuStatEnt::nice,   &CCpuInfo::CpuStatEnt::system,
     &CCpuInfo::CpuStatEnt::idle,   &CCpuInfo::CpuStatEnt::iowait, &CCpuInfo::CpuStatEnt::irq,
@@ -25,7 +31,7 @@ bool parse_cpu_line(const std::string& line, CCpuInfo::CpuStatEnt& entry) {
   CStr::ext_line(fields, line);
   if (fields.size() <= std::size(kCounters)) return false;
   const std::string& name = fields[0];
-  if (name.compare(0, 3, "cpu") != 0 || name == "cpu") return false;
+  if (!detail::begins_with(name, "cpu") || name == "cpu") return false;
 
   std::memcpy(entry.name, name.data(), std::min(name.size(), sizeof entry.name));
   std::size_t field = 0;
@@ -55,31 +61,29 @@ Times sum_times(const CCpuInfo::CpuStat& stat) {
 }  // namespace
 
 int CCpuInfo::get_cpu_stat(CpuStat& stat) {
-  const detail::File file = detail::open_file("/proc/stat", "re");
-  if (!file) return 1;
-  detail::LineReader reader(file.get(), kLine);
-  if (!reader.ready()) return 3;
-
+  const detail::Fd file = detail::open_to_read("/proc/stat");
+  if (!file) return kNotOpened;
   stat.count = 0;
-  while (reader.next()) {
+  detail::Lines<1024> lines(file.get());
+  while (lines.next()) {
     CpuStatEnt entry;
-    if (!parse_cpu_line(reader.text(), entry)) continue;
+    if (!parse_cpu_line(lines.text(), entry)) continue;
     stat.ents.push_back(entry);
     ++stat.count;
   }
-  if (reader.failed()) return 2;
-  return stat.count == 0 ? 5 : 0;
+  if (lines.failed()) return kReadFailed;
+  return stat.count == 0 ? kNoCpu : kDone;
 }
 
 int CCpuInfo::get_cpu_usage(CpuStat& first, CpuStat& second, double& usage) {
-  if (first.count != second.count) return 4;
+  if (first.count != second.count) return kNotComparable;
   const Times before = sum_times(first);
   const Times after = sum_times(second);
-  if (before.total == after.total) return 4;
+  if (before.total == after.total) return kNotComparable;
   const auto busy = static_cast<std::int64_t>(after.busy - before.busy);
   const auto total = static_cast<std::int64_t>(after.total - before.total);
   usage = static_cast<double>(busy) / static_cast<double>(total) * 100.0;
-  return 0;
+  return kDone;
 }
 
 }  // namespace utility

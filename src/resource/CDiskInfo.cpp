@@ -1,16 +1,18 @@
 #include "utility/CDiskInfo.h"
 
-#include "base/handles.h"
-#include "base/line_reader.h"
+#include "base/io.h"
 #include "base/paths.h"
+#include "base/text.h"
 #include "utility/CStr.h"
 
 namespace utility {
 namespace {
 
-constexpr std::size_t kLine = 4096;
-// The mount of /proc itself stays: it has no slash at the end.
-constexpr char kBelowProc[] = "/proc/";
+enum Code : int {
+  kDone = 0,
+  kNotOpened = 1,
+  kReadFailed = 2,
+};
 
 // Fills `info` from a line of the mount table; false when the line does not name a mount point
 // that can be measured.
@@ -19,7 +21,8 @@ bool parse_mount_line(const std::string& line, CDiskInfo::DiskInfo& info) {
   CStr::ext_line(fields, line);
   if (fields.size() < 3) return false;
   const std::string& mount = fields[1];
-  if (mount.compare(0, sizeof kBelowProc - 1, kBelowProc) == 0) return false;
+  // The mount of /proc itself stays: it has no slash at the end.
+  if (detail::begins_with(mount, "/proc/")) return false;
   if (!detail::exists(mount.c_str()) || ::statfs(mount.c_str(), &info.fs) != 0) return false;
 
   info.dev = std::move(fields[0]);
@@ -31,16 +34,14 @@ bool parse_mount_line(const std::string& line, CDiskInfo::DiskInfo& info) {
 }  // namespace
 
 int CDiskInfo::get_disk_info(std::vector<DiskInfo>& infos) {
-  const detail::File file = detail::open_file("/etc/mtab", "re");
-  if (!file) return 1;
-  detail::LineReader reader(file.get(), kLine);
-  if (!reader.ready()) return 3;
-
-  while (reader.next()) {
+  const detail::Fd file = detail::open_to_read("/etc/mtab");
+  if (!file) return kNotOpened;
+  detail::Lines<4096> lines(file.get());
+  while (lines.next()) {
     DiskInfo info;
-    if (parse_mount_line(reader.text(), info)) infos.push_back(std::move(info));
+    if (parse_mount_line(lines.text(), info)) infos.push_back(std::move(info));
   }
-  return reader.failed() ? 2 : 0;
+  return lines.failed() ? kReadFailed : kDone;
 }
 
 }  // namespace utility

@@ -2,21 +2,23 @@
 
 #include <sys/utsname.h>
 
+#include "base/text.h"
 #include "resource/os_version.h"
 
 namespace utility {
 namespace {
+
+enum Code : int {
+  kDone = 0,
+  kNotProvided = 1,
+};
 
 constexpr int kSystemShift = 25;
 constexpr int kMajorShift = 20;
 constexpr int kMinorShift = 15;
 constexpr unsigned kFieldMask = 0x1F;
 
-bool contains(std::string_view text, std::string_view part) {
-  return text.find(part) != std::string_view::npos;
-}
-
-// The byte at `at` as a digit. Other bytes keep what the subtraction gives; behind the end is 0.
+// The byte at `at` as a digit. Other bytes keep what the subtraction gives; after the end is 0.
 unsigned digit_at(std::string_view text, std::size_t at) {
   if (at >= text.size()) return 0;
   return (static_cast<unsigned char>(text[at]) - unsigned{'0'}) & kFieldMask;
@@ -36,11 +38,11 @@ int COS_info::get_os_vesion(int& version) {
   utsname names{};
   ::uname(&names);
   version = detail::pack_os_version(names.sysname, names.release, names.machine);
-  return 0;
+  return kDone;
 }
 
 int COS_info::get_os_vesion_str(std::string& /*text*/) {
-  return 1;
+  return kNotProvided;
 }
 
 }  // namespace utility

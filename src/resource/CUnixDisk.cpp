@@ -4,17 +4,22 @@
 #include <array>
 #include <cstdio>
 #include <iostream>
+#include <string_view>
 
 #include "base/callback.h"
-#include "base/handles.h"
+#include "base/io.h"
+#include "base/text.h"
 
 namespace utility {
 namespace {
 
-constexpr int kStopped = 2;
-constexpr int kListNotOpened = 10;
+enum Code : int {
+  kDone = 0,
+  kNotProvided = 1,
+  kStopped = 2,
+  kListNotOpened = 10,
+};
 
-constexpr std::size_t kLine = 128;
 constexpr std::size_t kDiskName = 3;  // "sda"; longer names are partitions
 constexpr char kDevices[] = "/dev/";
 
@@ -26,8 +31,8 @@ std::string parse_partition_line(const char* line) {
   return name.data();
 }
 
-bool is_scsi_or_ide(const std::string& name) {
-  return name.compare(0, 2, "sd") == 0 || name.compare(0, 2, "hd") == 0;
+bool is_scsi_or_ide(std::string_view name) {
+  return detail::begins_with(name, "sd") || detail::begins_with(name, "hd");
 }
 
 bool is_whole_disk(const std::string& name) {
@@ -43,24 +48,24 @@ template <typename Tell>
 int walk_names(const Tell& tell) {
   std::vector<std::string> names;
   const int result = CUnixDisk::get_disk_info_from_proc(names);
-  if (result != 0) return result;
+  if (result != kDone) return result;
   for (const std::string& name : names) {
     if (tell(name, names)) return kStopped;
   }
-  return 0;
+  return kDone;
 }
 
 }  // namespace
 
 int CUnixDisk::get_disk_info_from_proc(std::vector<std::string>& names) {
-  const detail::File file = detail::open_file("/proc/partitions", "re");
+  const detail::Fd file = detail::open_to_read("/proc/partitions");
   if (!file) return kListNotOpened;
-  std::array<char, kLine> line;
-  while (std::fgets(line.data(), static_cast<int>(line.size()), file.get()) != nullptr) {
-    std::string name = parse_partition_line(line.data());
+  detail::Lines<128> lines(file.get());
+  while (lines.next()) {
+    std::string name = parse_partition_line(lines.text());
     if (is_scsi_or_ide(name)) names.push_back(std::move(name));
   }
-  return 0;
+  return kDone;
 }
 
 // NOLINTNEXTLINE(performance-unnecessary-value-param): by value in the published interface
@@ -101,44 +106,44 @@ int CUnixDisk::get_lvs_by_vg(const std::string& vg, int (*callback)(const UnixDi
 
 int CUnixDisk::get_pvs_by_vg(const std::string& /*vg*/,
                              int (* /*callback*/)(const UnixDiskPv&, void*), void* /*context*/) {
-  return 0;
+  return kDone;
 }
 
 int CUnixDisk::is_active_vg(const std::string& /*vg*/, bool& /*active*/) {
-  return 1;
+  return kNotProvided;
 }
 
 int CUnixDisk::get_vg(void* /*handle*/, UnixDiskVg& /*vg*/) {
-  return 1;
+  return kNotProvided;
 }
 
 int CUnixDisk::get_vgname_by_id(const std::string& /*id*/, std::string& /*name*/) {
-  return 1;
+  return kNotProvided;
 }
 
 int CUnixDisk::get_pv(void* /*group*/, void* /*handle*/, UnixDiskPv& /*pv*/) {
-  return 1;
+  return kNotProvided;
 }
 
 int CUnixDisk::get_pvname_by_id(const std::string& /*id*/, std::string& /*name*/) {
-  return 1;
+  return kNotProvided;
 }
 
 int CUnixDisk::get_lv(void* /*handle*/, UnixDiskLv& /*lv*/) {
-  return 1;
+  return kNotProvided;
 }
 
 int CUnixDisk::string_to_unique_id(const std::string& /*text*/, void* /*id*/) {
-  return 1;
+  return kNotProvided;
 }
 
 int CUnixDisk::HexToDec(const char* /*hex*/) {
-  return 0;
+  return kDone;
 }
 
 int CUnixDisk::get_name(const std::string& /*dir*/, const std::string& /*key*/,
                         std::string& /*name*/) {
-  return 1;
+  return kNotProvided;
 }
 
 void CUnixDisk::get_filenames_from_rdsk(std::vector<std::string>& /*names*/) {}

@@ -4,17 +4,27 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
+#include <iterator>
 #include <string_view>
+#include <utility>
 
 #include "base/callback.h"
 #include "base/dir_walk.h"
-#include "base/handles.h"
-#include "base/read_all.h"
+#include "base/io.h"
+#include "base/text.h"
 #include "service/service_command.h"
 
 namespace utility {
 namespace {
+
+enum Code : int {
+  kDone = 0,
+  kNotListed = 1,
+  kNoName = 2,
+  kNotStarted = 3,
+  kCommandFailed = 6,
+  kStopped = 7,
+};
 
 constexpr char kScripts[] = "/etc/init.d";
 
@@ -32,67 +42,62 @@ constexpr StatusPhrase kPhrases[] = {
 };
 
 // What editors and package managers leave beside a script.
-constexpr std::array<std::string_view, 6> kLeftovers = {"~",      "bak",     "orig",
-                                                        "rpmnew", "rpmorig", "rpmsave"};
-constexpr std::array<std::string_view, 6> kHelperScripts = {"functions", "halt",      "killall",
-                                                            "single",    "linuxconf", "kudzu"};
-
-template <std::size_t N>
-bool contains(const std::array<std::string_view, N>& list, std::string_view name) {
-  return std::find(list.begin(), list.end(), name) != list.end();
-}
+constexpr const char* kLeftovers[] = {"~", "bak", "orig", "rpmnew", "rpmorig", "rpmsave"};
+constexpr const char* kHelpers[] = {"functions", "halt", "killall", "single", "linuxconf", "kudzu"};
 
 std::string script_path(const std::string& name) {
   return std::string(kScripts) + "/" + name;
 }
 
 bool is_service(const std::string& name) {
-  return !contains(kHelperScripts, name) && name.find("boot") == std::string::npos &&
+  return !detail::is_one_of(kHelpers, name) && !detail::contains(name, "boot") &&
          !CUnixServ::is_ignored_file(name) && ::access(script_path(name).c_str(), X_OK) == 0;
 }
 
 int change_service(const std::string& name, const char* verb) {
-  if (name.empty()) return 2;
-  return detail::run_service(name, verb) ? 0 : 6;
+  if (name.empty()) return kNoName;
+  return detail::run_service(name, verb) ? kDone : kCommandFailed;
 }
 
 }  // namespace
 
 int CUnixServ::getstatus(const std::string& text, std::string& status) {
-  const auto* const found = std::find_if(
-      std::begin(kPhrases), std::end(kPhrases),
-      [&](const StatusPhrase& entry) { return text.find(entry.phrase) != std::string::npos; });
+  const auto* const found =
+      std::find_if(std::begin(kPhrases), std::end(kPhrases),
+                   [&](const StatusPhrase& entry) { return detail::contains(text, entry.phrase); });
   status = found == std::end(kPhrases) ? "-" : found->status;
-  return 0;
+  return kDone;
 }
 
 int CUnixServ::get_serv_data(const std::string& name, UnixServData& data) {
-  if (name.empty()) return 2;
-  const detail::Pipe pipe(("service " + name + " status 2>/dev/null").c_str());
-  if (!pipe) return 3;
-  data.status_text = detail::read_all(pipe.output());
+  if (name.empty()) return kNoName;
+  const std::string command = "service " + name + " status 2>/dev/null";
+  std::string output;
+  if (!detail::read_command(command.c_str(), output)) return kNotStarted;
+  data.status_text = std::move(output);
   getstatus(data.status_text, data.status);
   data.name = name;
-  return 0;
+  return kDone;
 }
 
 bool CUnixServ::is_ignored_file(const std::string& name) {
   struct stat status {};
   if (::stat(script_path(name).c_str(), &status) == 0 && S_ISDIR(status.st_mode)) return true;
   const std::size_t dot = name.rfind('.');
-  return dot != std::string::npos && contains(kLeftovers, std::string_view(name).substr(dot + 1));
+  return dot != std::string::npos &&
+         detail::is_one_of(kLeftovers, std::string_view(name).substr(dot + 1));
 }
 
 int CUnixServ::get_all_serv_data(int (*callback)(const UnixServData& data, void* context),
                                  void* context) {
   detail::DirWalk scripts(kScripts);
-  if (!scripts) return 1;
+  if (!scripts) return kNotListed;
   while (const char* name = scripts.next()) {
     UnixServData data;
-    if (!is_service(name) || get_serv_data(name, data) != 0) continue;
-    if (detail::stops(callback, data, context)) return 7;
+    if (!is_service(name) || get_serv_data(name, data) != kDone) continue;
+    if (detail::stops(callback, data, context)) return kStopped;
   }
-  return 0;
+  return kDone;
 }
 
 int CUnixServ::start_serv(const std::string& name) {

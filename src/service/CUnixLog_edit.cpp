@@ -1,5 +1,6 @@
 // The editing and daemon-control half of CUnixLog.
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,21 +12,19 @@
 
 #include "base/handles.h"
 #include "base/io.h"
-#include "base/line_reader.h"
-#include "service/log_file.h"
+#include "service/CUnixLog_common.h"
 #include "service/service_command.h"
-#include "utility/CStr.h"
 #include "utility/CUnixLog.h"
 #include "utility/CUnixTools.h"
 
 namespace utility {
 namespace {
 
-// 0 for an existing regular file, else the code that refuses it as an action.
+// kLogDone for an existing regular file, else the code that refuses it as an action.
 int check_action(const std::string& path) {
   struct stat status {};
-  if (::stat(path.c_str(), &status) != 0 && errno == ENOENT) return 20;
-  return S_ISREG(status.st_mode) ? 0 : 21;
+  if (::stat(path.c_str(), &status) != 0 && errno == ENOENT) return detail::kActionMissing;
+  return S_ISREG(status.st_mode) ? detail::kLogDone : detail::kActionNoFile;
 }
 
 // What is left of `line`, selectors `selectors`, when the selector `key` at `at` goes.
@@ -48,46 +47,50 @@ bool write_at_once(FILE* file, std::string_view bytes) {
 // Cuts the file to `size` and appends `spaces`.
 int refill(FILE* file, long size, std::string_view spaces) {
   const int fd = ::fileno(file);
-  if (fd < 0) return 9;
-  if (::ftruncate(fd, size) != 0) return 19;
-  if (std::fseek(file, size, SEEK_SET) != 0) return 14;
-  return write_at_once(file, spaces) ? 0 : 15;
+  if (fd < 0) return detail::kReadFailed;
+  if (::ftruncate(fd, size) != 0) return detail::kNotTruncated;
+  if (std::fseek(file, size, SEEK_SET) != 0) return detail::kSeekFailed;
+  return write_at_once(file, spaces) ? detail::kLogDone : detail::kWriteFailed;
 }
 
 // Edits every line that holds the rule; `removed` tells whether there was one.
 int remove_rule(const CUnixLog::UnixLogData& data, bool& removed) {
   const detail::File file = detail::open_file(detail::log_file_path().c_str(), "r+e");
-  if (!file) return 3;
-  detail::LineReader lines(file.get(), detail::kLogLineCapacity);
-  if (!lines.ready()) return 4;
+  if (!file) return detail::kFileNotOpened;
+  std::string text;
+  if (!detail::read_all(::fileno(file.get()), text)) return detail::kReadFailed;
 
   const std::string key = data.fac + "." + data.level;
-  for (long start = std::ftell(file.get()); lines.next(); start = std::ftell(file.get())) {
-    const long end = std::ftell(file.get());
-    const std::string line = detail::rule_text(lines);
+  long start = 0;
+  long end = 0;
+  long moved = 0;  // how far the edits have moved what follows them towards the beginning
+  for (detail::Lines<detail::kLogLine> lines(text); lines.next(); start = end) {
+    end = static_cast<long>(lines.consumed());
+    const std::string line = detail::rule_text(lines.line());
     const std::size_t at = line.find(key);
     if (at == std::string::npos) continue;
 
     std::string selectors;
     std::string action;
     const int divided = CUnixLog::divide_src_obj(line, selectors, action);
-    if (divided != 0) return divided;
+    if (divided != detail::kLogDone) return divided;
     if (action != data.obj) continue;
     std::string rest = without_selector(line, selectors, key, at);
-    const int replaced = CUnixLog::sub_line(file.get(), start, end, rest);
-    if (replaced != 0) return replaced;
+    const int replaced = CUnixLog::sub_line(file.get(), start - moved, end - moved, rest);
+    if (replaced != detail::kLogDone) return replaced;
+    moved += end - start - static_cast<long>(rest.size());
     removed = true;
   }
-  return lines.failed() ? 9 : 0;
+  return detail::kLogDone;
 }
 
 // 102 looks, 100 ms apart: about 10 seconds for the daemon to come or go.
 int await_daemon(bool running) {
   for (int count = 0; CUnixLog::is_running() != running; ++count) {
-    if (count > 100) return 18;
+    if (count > 100) return detail::kNotInTime;
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
   }
-  return 0;
+  return detail::kLogDone;
 }
 
 }  // namespace
@@ -96,57 +99,59 @@ int CUnixLog::add_log_data(UnixLogData& data) {
   // Facility and level are not validated: daemons know more names than the searches here do.
   bool found = false;
   const int looked = is_existed_data(data, found);
-  if (looked != 0) return looked;
-  if (found) return 12;
+  if (looked != detail::kLogDone) return looked;
+  if (found) return detail::kRuleExists;
   const int refused = check_action(data.obj);
-  if (refused != 0) return refused;
+  if (refused != detail::kLogDone) return refused;
   const int put = put_line(data.fac + "." + data.level + "\t\t" + data.obj + "\n");
-  return put != 0 ? put : restart_syslog();
+  return put != detail::kLogDone ? put : restart_syslog();
 }
 
 int CUnixLog::del_log_data(UnixLogData& data) {
   bool removed = false;
   const int edited = remove_rule(data, removed);
-  if (edited != 0) return edited;
-  return removed ? restart_syslog() : 10;
+  if (edited != detail::kLogDone) return edited;
+  return removed ? restart_syslog() : detail::kNoRule;
 }
 
 int CUnixLog::put_line(const std::string& text) {
-  if (text.empty()) return 1;
-  const detail::File file = detail::open_file(detail::log_file_path().c_str(), "ae");
-  if (!file) return 3;
-  std::fprintf(file.get(), "\n%s", text.c_str());
-  return 0;
+  if (text.empty()) return detail::kNothingGiven;
+  const detail::Fd file(
+      ::open(detail::log_file_path().c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666));
+  if (!file) return detail::kFileNotOpened;
+  detail::write_all(file.get(), "\n" + text.substr(0, text.find('\0')));
+  return detail::kLogDone;
 }
 
 int CUnixLog::sub_line(FILE* file, long start, long end, std::string& text) {
-  if (file == nullptr) return 1;
-  if (std::fseek(file, 0, SEEK_END) != 0) return 14;
+  if (file == nullptr) return detail::kNothingGiven;
+  if (std::fseek(file, 0, SEEK_END) != 0) return detail::kSeekFailed;
   const long old_size = std::ftell(file);
-  if (end > old_size) return 9;
-  if (start < 0 || start > end) return 14;
+  if (end > old_size) return detail::kReadFailed;
+  if (start < 0 || start > end) return detail::kSeekFailed;
   const auto room = static_cast<std::size_t>(end - start);
   const auto tail_size = static_cast<std::size_t>(old_size - end);
   const std::size_t freed = room > text.size() ? room - text.size() : 0;
   const std::size_t used = text.size() + tail_size;
   const detail::Buffer bytes = detail::make_buffer(used + freed);
-  if (!bytes) return 4;
+  if (!bytes) return detail::kNoMemory;
   char* const tail = bytes.get() + text.size();
   text.copy(bytes.get(), text.size());
   std::memset(tail + tail_size, ' ', freed);
-  if (std::fseek(file, end, SEEK_SET) != 0) return 14;
-  if (std::fread(tail, 1, tail_size, file) != tail_size) return 9;
+  if (std::fseek(file, end, SEEK_SET) != 0) return detail::kSeekFailed;
+  if (std::fread(tail, 1, tail_size, file) != tail_size) return detail::kReadFailed;
 
-  // The spaces go along, so that the old end never stands behind the new one, not even until the
+  // The spaces go along, so that the old end never follows the new one, not even until the
   // file is cut.
-  if (std::fseek(file, start, SEEK_SET) != 0) return 14;
-  if (!write_at_once(file, {bytes.get(), used + freed})) return 15;
+  if (std::fseek(file, start, SEEK_SET) != 0) return detail::kSeekFailed;
+  if (!write_at_once(file, {bytes.get(), used + freed})) return detail::kWriteFailed;
   if (freed > 0) {
     const long size = start + static_cast<long>(used);
     const int refilled = refill(file, size, {bytes.get() + used, freed});
-    if (refilled != 0) return refilled;
+    if (refilled != detail::kLogDone) return refilled;
   }
-  return std::fseek(file, start + static_cast<long>(text.size()), SEEK_SET) == 0 ? 0 : 14;
+  const bool is_placed = std::fseek(file, start + static_cast<long>(text.size()), SEEK_SET) == 0;
+  return is_placed ? detail::kLogDone : detail::kSeekFailed;
 }
 
 bool CUnixLog::is_running() {
@@ -154,19 +159,19 @@ bool CUnixLog::is_running() {
 }
 
 int CUnixLog::start_syslog() {
-  if (is_running()) return 5;
-  return detail::run_service(m_syslog_name, "start") ? await_daemon(true) : 6;
+  if (is_running()) return detail::kRunsAlready;
+  return detail::run_service(m_syslog_name, "start") ? await_daemon(true) : detail::kServiceFailed;
 }
 
 int CUnixLog::stop_syslog() {
-  if (!is_running()) return 7;
-  return detail::run_service(m_syslog_name, "stop") ? await_daemon(false) : 6;
+  if (!is_running()) return detail::kDoesNotRun;
+  return detail::run_service(m_syslog_name, "stop") ? await_daemon(false) : detail::kServiceFailed;
 }
 
 int CUnixLog::restart_syslog() {
   if (is_running()) {
     const int stopped = stop_syslog();
-    if (stopped != 0) return stopped;
+    if (stopped != detail::kLogDone) return stopped;
   }
   return start_syslog();
 }

@@ -5,49 +5,42 @@
 #include <string.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <ctime>
-#include <string_view>
+#include <memory>
 
+#include "account/CUnixUser_common.h"
 #include "base/account_lookup.h"
-#include "base/handles.h"
 #include "base/io.h"
 #include "utility/CUnixUser.h"
 
 namespace utility {
 namespace {
 
-// What chpasswd reads; wiped before its memory goes back.
-class PasswordLine {
- public:
-  PasswordLine(const std::string& name, const std::string& password) {
-    // Room for all at once: growing would leave copies behind.
-    text_.reserve(name.size() + password.size() + 2);
-    text_.append(name).append(1, ':').append(password).append(1, '\n');
+struct Wiper {
+  void operator()(std::string* text) const noexcept {
+    ::explicit_bzero(text->data(), text->size());
+    delete text;
   }
-  PasswordLine(const PasswordLine&) = delete;
-  PasswordLine& operator=(const PasswordLine&) = delete;
-  ~PasswordLine() { ::explicit_bzero(text_.data(), text_.size()); }
-
-  std::string_view text() const noexcept { return text_; }
-
- private:
-  std::string text_;
 };
+using Secret = std::unique_ptr<std::string, Wiper>;
+
+// What chpasswd reads; wiped before its memory goes back.
+Secret password_line(const std::string& name, const std::string& password) {
+  Secret line(new std::string);
+  // Room for all at once: growing would leave copies behind.
+  line->reserve(name.size() + password.size() + 2);
+  line->append(name).append(":").append(password).append("\n");
+  return line;
+}
 
 // The child's part, between fork and exec: async-signal-safe calls only.
-[[noreturn]] void become_chpasswd(int input, int other_end) noexcept {
-  ::close(other_end);
-  if (input == STDIN_FILENO) {
-    // The caller had no standard input, so that the pipe took its place; it must outlive the exec.
-    ::fcntl(input, F_SETFD, 0);
-  } else {
-    if (::dup2(input, STDIN_FILENO) < 0) ::_exit(127);
-    ::close(input);
-  }
+[[noreturn]] void become_chpasswd(int input) noexcept {
+  // Where the caller has no standard input, the pipe has taken its place and must outlive the exec.
+  const bool is_placed = input == STDIN_FILENO ? ::fcntl(input, F_SETFD, 0) == 0
+                                               : ::dup2(input, STDIN_FILENO) == STDIN_FILENO;
   char name[] = "chpasswd";
   char* const arguments[] = {name, nullptr};
-  ::execv("/usr/sbin/chpasswd", arguments);
+  if (is_placed) ::execv("/usr/sbin/chpasswd", arguments);
   ::_exit(127);
 }
 
@@ -67,9 +60,8 @@ class SigpipeGuard {
   SigpipeGuard& operator=(const SigpipeGuard&) = delete;
   ~SigpipeGuard() {
     // Takes back what the write raised; a signal that waited before is the caller's.
-    const timespec at_once{};
-    while (!was_pending_ && ::sigtimedwait(&sigpipe_, nullptr, &at_once) < 0 && errno == EINTR) {
-    }
+    const timespec now{};
+    if (!was_pending_) detail::retry([&] { return ::sigtimedwait(&sigpipe_, nullptr, &now); });
     ::pthread_sigmask(SIG_SETMASK, &previous_, nullptr);
   }
 
@@ -82,26 +74,26 @@ class SigpipeGuard {
 }  // namespace
 
 int CUnixUser::mod_passwd(const std::string& name, const std::string& password) {
-  if (name.empty()) return 4;
-  if (!detail::find_user(name.c_str())) return 11;
-  const PasswordLine line(name, password);
+  if (name.empty()) return detail::kNoNameToChange;
+  if (!detail::find_user(name.c_str())) return detail::kNoUserForPassword;
+  const Secret line = password_line(name, password);
 
   int ends[2];
-  if (::pipe2(ends, O_CLOEXEC) != 0) return 21;
+  if (::pipe2(ends, O_CLOEXEC) != 0) return detail::kChildFailed;
   detail::Fd read_end(ends[0]);
   detail::Fd write_end(ends[1]);
   const pid_t child = ::fork();
-  if (child < 0) return 21;
-  if (child == 0) become_chpasswd(read_end.get(), write_end.get());
+  if (child < 0) return detail::kChildFailed;
+  if (child == 0) become_chpasswd(read_end.get());
 
   read_end.reset();
   {
     const SigpipeGuard guard;
     // To the end, since half a password must not be set; a reader that goes away is no failure.
-    detail::write_all(write_end.get(), line.text());
+    detail::write_all(write_end.get(), *line);
   }
   write_end.reset();
-  return detail::wait_for(child) ? 0 : 21;
+  return detail::wait_for(child) ? detail::kAccountDone : detail::kChildFailed;
 }
 
 }  // namespace utility

@@ -5,11 +5,10 @@
 #include <cstdio>
 #include <string_view>
 
-#include "base/handles.h"
-#include "base/line_reader.h"
+#include "base/edited_copy.h"
+#include "base/io.h"
 #include "base/paths.h"
-#include "base/read_all.h"
-#include "base/rights.h"
+#include "base/text.h"
 #include "utility/CUnixTools.h"
 
 namespace utility {
@@ -59,31 +58,6 @@ int change_port(const std::string& distribution, int port, const PortChange& cha
   return 0;
 }
 
-// Opens the copy for appending with the owner and mode of the original, which may be private.
-detail::File open_copy(const std::string& path, FILE* original) {
-  detail::Fd fd(::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
-  if (!fd) return nullptr;
-  detail::take_over_rights(::fileno(original), fd.get());
-  detail::File copy(::fdopen(fd.get(), "a"));
-  if (copy) fd.release();
-  return copy;
-}
-
-// Copies line by line with `rule` behind the first ":INPUT" line; false when the copy is not
-// complete.
-bool copy_with_rule(detail::LineReader& lines, detail::File copy, const std::string& rule) {
-  constexpr std::string_view kChain = ":INPUT";
-  bool inserted = false;
-  while (lines.next()) {
-    std::fputs(lines.text(), copy.get());
-    if (inserted || lines.line().substr(0, kChain.size()) != kChain) continue;
-    std::fputs(rule.c_str(), copy.get());
-    inserted = true;
-  }
-  const bool written = std::ferror(copy.get()) == 0;
-  return std::fclose(copy.release()) == 0 && written && !lines.failed();
-}
-
 }  // namespace
 
 int CUnixTools::iptables_allow_port(const std::string& distribution, const int& port) {
@@ -95,15 +69,17 @@ int CUnixTools::iptables_banned_port(const std::string& distribution, const int&
 }
 
 void CUnixTools::appand_rule(const std::string& file, const std::string& rule) {
-  const detail::File original = detail::open_file(file.c_str(), "re");
-  if (!original) return;
-  detail::LineReader lines(original.get(), 1024);
-  if (!lines.ready()) return;
   const std::string work_file = file + ".tvbak";
-  detail::File copy = open_copy(work_file, original.get());
-  if (!copy) return;
-
-  if (!copy_with_rule(lines, std::move(copy), rule)) {
+  bool inserted = false;
+  const auto insert = [&](std::string_view line, std::string& text) {
+    text.append(line);
+    if (inserted || !detail::begins_with(line, ":INPUT")) return;
+    text.append(rule);
+    inserted = true;
+  };
+  const detail::Copied copied = detail::append_edited_copy(file.c_str(), work_file.c_str(), insert);
+  if (copied == detail::Copied::kNotOpened) return;
+  if (copied != detail::Copied::kWhole) {
     // Half a copy must neither replace the rules nor precede the next one.
     rm_file(work_file.c_str());
   } else if (std::rename(work_file.c_str(), file.c_str()) != 0) {
@@ -113,15 +89,13 @@ void CUnixTools::appand_rule(const std::string& file, const std::string& rule) {
 }
 
 void CUnixTools::delete_rule(const std::string& file, const std::string& rule) {
-  detail::File stream = detail::open_file(file.c_str(), "re");
-  if (!stream) return;
-  std::string text = detail::read_all(stream.get());
-  if (std::ferror(stream.get()) != 0) return;
+  std::string text;
+  if (!detail::read_all(detail::open_to_read(file.c_str()).get(), text)) return;
   const std::size_t at = text.find(rule);
   if (at == std::string::npos || rule.empty()) return;
   text.erase(at, rule.size());
-  stream = detail::open_file(file.c_str(), "we");
-  if (stream) std::fwrite(text.data(), 1, text.size(), stream.get());
+  const detail::Fd out(::open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+  if (out) detail::write_all(out.get(), text);
 }
 
 }  // namespace utility

@@ -3,9 +3,9 @@
 #include <mutex>
 #include <string_view>
 
-#include "base/handles.h"
-#include "base/line_reader.h"
+#include "base/io.h"
 #include "base/paths.h"
+#include "base/text.h"
 #include "utility/CStr.h"
 #include "utility/CUnixTools.h"
 
@@ -13,10 +13,10 @@ namespace utility {
 namespace {
 
 std::string read_installation_directory() {
-  const detail::File stream = detail::open_file("/var/log/version_control", "re");
-  if (!stream) return "/usr/local/tarvel_agent";
-  detail::LineReader lines(stream.get(), 1024);
-  if (!lines.ready() || !lines.next()) return {};
+  const detail::Fd file = detail::open_to_read("/var/log/version_control");
+  if (!file) return "/usr/local/tarvel_agent";
+  detail::Lines<1024> lines(file.get());
+  if (!lines.next()) return {};
   std::string directory(lines.line());
   if (!directory.empty() && directory.back() == '\n') directory.pop_back();
   return directory;
@@ -39,8 +39,7 @@ std::string CUnixTools::get_tarvel_path() {
 void CUnixTools::get_oem_and_issue(int& edition, int& distribution) {
   constexpr const char* kFamilies[] = {"/centos", "/ubuntu", "/suse", "/debian"};
   const std::string directory = get_tarvel_path();
-  const auto contains = [&](const char* text) { return directory.find(text) != std::string::npos; };
-  edition = contains("pxqnt") ? 2 : contains("vek") ? 1 : 0;
+  edition = detail::contains(directory, "pxqnt") ? 2 : detail::contains(directory, "vek") ? 1 : 0;
 
   int code = 0;
   for (const char* family : kFamilies) {
@@ -54,12 +53,11 @@ void CUnixTools::get_oem_and_issue(int& edition, int& distribution) {
 
 std::string CUnixTools::get_agent_names(const char* name) {
   const std::string_view key = detail::or_empty(name);
-  const detail::File stream =
-      detail::open_file((get_tarvel_path() + "/command_control").c_str(), "re");
-  if (!stream) return {};
-  detail::LineReader lines(stream.get(), 128);
-  while (lines.ready() && lines.next()) {
-    if (lines.line().substr(0, key.size()) != key) continue;
+  const detail::Fd file = detail::open_to_read((get_tarvel_path() + "/command_control").c_str());
+  if (!file) return {};
+  detail::Lines<128> lines(file.get());
+  while (lines.next()) {
+    if (!detail::begins_with(lines.line(), key)) continue;
     std::string value = std::string(lines.line()).substr(key.size() + 1);
     CStr::trim(value);
     return value;
