@@ -19,28 +19,28 @@ const Section* const kSections[] = {&kSockets, &kProcesses, &kInterfaces, &kMemo
 enum Code : int { kProtocolOption = 256, kPidOption, kNameOption };
 
 constexpr struct {
-  int code;
   const char* name;
   const char* argument;
   const char* help;
+  int code;         // its letter, if it has one
   unsigned filter;  // 0 for what every section heeds
 } kOptions[] = {
-    {'o', "output", "COLUMNS", "print these columns of a section, or with +COLUMN one more", 0},
-    {'J', "json", nullptr, "print one JSON document", 0},
-    {'r', "raw", nullptr, "print without alignment; a blank in a cell is \\x20", 0},
-    {'P', "pairs", nullptr, "print NAME=\"value\"", 0},
-    {'n', "noheadings", nullptr, "print no headings", 0},
-    {'b', "bytes", nullptr, "print sizes in bytes", 0},
-    {'w', "watch", "SECONDS", "print again and again, until interrupted", 0},
-    {'l', "listening", nullptr, "only sockets that wait for peers", kListening},
-    {'p', "port", "N", "only sockets with this port on either side", kPort},
-    {kProtocolOption, "protocol", "NAME", "only tcp, udp, tcp4, tcp6, udp4 or udp6", kProtocol},
-    {kPidOption, "pid", "N", "only this process", kPid},
-    {kNameOption, "name", "NAME", "only processes of this name", kName},
-    {'u', "user", "USER", "only processes of this user", kUser},
-    {'t', "tree", nullptr, "processes below their parents", kTree},
-    {'h', "help", nullptr, "print this and exit", 0},
-    {'V', "version", nullptr, "print the version and exit", 0},
+    {"output", "COLUMNS", "print these columns of a section, or with +COLUMN one more", 'o', 0},
+    {"json", nullptr, "print one JSON document", 'J', 0},
+    {"raw", nullptr, "print without alignment; a blank in a cell is \\x20", 'r', 0},
+    {"pairs", nullptr, "print NAME=\"value\"", 'P', 0},
+    {"noheadings", nullptr, "print no headings", 'n', 0},
+    {"bytes", nullptr, "print sizes in bytes", 'b', 0},
+    {"watch", "SECONDS", "print again and again, until interrupted", 'w', 0},
+    {"listening", nullptr, "only sockets that wait for peers", 'l', kListening},
+    {"port", "N", "only sockets with this port on either side", 'p', kPort},
+    {"protocol", "NAME", "only tcp, udp, tcp4, tcp6, udp4 or udp6", kProtocolOption, kProtocol},
+    {"pid", "N", "only this process", kPidOption, kPid},
+    {"name", "NAME", "only processes of this name", kNameOption, kName},
+    {"user", "USER", "only processes of this user", 'u', kUser},
+    {"tree", nullptr, "processes below their parents", 't', kTree},
+    {"help", nullptr, "print this and exit", 'h', 0},
+    {"version", nullptr, "print the version and exit", 'V', 0},
 };
 
 unsigned parse_number(const char* option, const char* text, unsigned last) {

@@ -76,8 +76,9 @@ bool print(const std::string& document) {
   sigemptyset(&interrupt);
   sigaddset(&interrupt, SIGINT);
   ::sigprocmask(SIG_BLOCK, &interrupt, &before);
-  std::fwrite(document.data(), 1, document.size(), stdout);
-  const bool written = std::fflush(stdout) == 0;
+  const bool written =
+      std::fwrite(document.data(), 1, document.size(), stdout) == document.size() &&
+      std::fflush(stdout) == 0;
   const int error = errno;
   ::sigprocmask(SIG_SETMASK, &before, nullptr);
   // The reader of a pipe has seen enough when it closes it.

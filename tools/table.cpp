@@ -134,7 +134,7 @@ bool Table::misses_root() const {
 }
 
 std::string Table::cell(const Row& row, std::size_t column) const {
-  const std::string text = as_utf8(row.cells[column]);
+  std::string text = as_utf8(row.cells[column]);
   const bool json = look_.format == Format::kJson;
   const Kind kind = columns_[column].kind;
   if (kind == Kind::kList && json) return json_array(text);

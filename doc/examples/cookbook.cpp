@@ -41,14 +41,19 @@ int add_member(const std::string& group, const std::string& user) {
 //! [member]
 
 //! [csv]
-char* copy(const char* text) {
-  return std::strcpy(new char[std::strlen(text) + 1], text);
+char* copy(const std::string& text) {
+  char* result = new char[text.size() + 1];
+  std::memcpy(result, text.c_str(), text.size() + 1);
+  return result;
 }
 
-bool append_host(const char* file, const char* name, const char* comment) {
+bool append_host(const std::string& file, const std::string& name, const std::string& comment) {
   CCSV csv;
-  if (!csv.Open(file)) return false;  // stands at the end
-  char** record = new char* [] { copy(name), copy(comment), copy("") };
+  if (!csv.Open(file.c_str())) return false;  // stands at the end
+  char** record = new char*[3];
+  record[0] = copy(name);
+  record[1] = copy(comment);
+  record[2] = copy("");  // the end
   const bool written = csv.WriteRecord(const_cast<const char**>(record), 2);
   CCSV::FreeRecord(record);
   csv.Close();
