@@ -7,7 +7,7 @@ namespace utility {
 namespace {
 
 constexpr std::string_view sbox = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ";
-constexpr std::string_view invsbox = "KLMOB165S9GA2X3QVICHJRTZND7PE0Y8WUF4";
+constexpr std::string_view invsbox = "KMLOB165S9GA2X3QVICHJRTZND7PE0Y8WUF4";
 static_assert(sbox.size() == 36 && invsbox.size() == 36);
 
 int index_in(std::string_view table, char c) noexcept {
