@@ -145,8 +145,8 @@ class UTILITY_API CCSV {
   /// end are not kept. The new file is on the disk before it takes the old one's place; a crash
   /// leaves one of the two whole, the old one perhaps beside the temporary file.
   ///
-  /// @param path  the file to read where none is open, and the file to replace in any case. It gets
-  ///              its predecessor's owner and mode.
+  /// @param path  the file to read where none is open, and the file to replace in any case, also
+  ///              where another is open. The new file gets the owner and mode of the one replaced.
   /// @return true with the object closed: call `Open` again. False when `path` is null or cannot be
   ///         opened, or the temporary file cannot be made (a message in GBK says so) or written: an
   ///         open file stays open then. False with the object closed when the temporary file cannot

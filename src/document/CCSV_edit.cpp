@@ -6,7 +6,6 @@
 #include <cstring>
 
 #include "base/handles.h"
-#include "base/paths.h"
 #include "base/rights.h"
 #include "document/csv_scanner.h"
 #include "utility/CCSV.h"
@@ -224,7 +223,9 @@ bool CCSV::NeatenFile(const char* path) {
     std::puts(kNoTemporaryForFile);
     return false;
   }
-  detail::take_over_rights(source->fd(), temporary.get());
+  // What is replaced need not be the file that was read.
+  const Fd replaced(::open(path, O_PATH | O_CLOEXEC));
+  detail::take_over_rights(replaced.get(), temporary.get());
   // On the disk before it takes the file's place: a crash must not leave an empty file there.
   const bool written = write_neat(*source, temporary.get()) && ::fsync(temporary.get()) == 0 &&
                        ::close(temporary.release()) == 0;
@@ -232,7 +233,7 @@ bool CCSV::NeatenFile(const char* path) {
     Close();
     // One step in place of deleting and renaming: there is no moment at which neither file is
     // there, and where renaming is impossible the old one stays.
-    if (detail::exists(path) && ::rename(m_temp_name, path) == 0) return true;
+    if (replaced && ::rename(m_temp_name, path) == 0) return true;
   }
   ::unlink(m_temp_name);
   return false;

@@ -93,6 +93,10 @@ TEST_F(CCSVTest, WritesDeletesAndNeatens) {
   ASSERT_TRUE(csv_.NeatenFile("t.csv"));
   EXPECT_EQ(dir_.read("t.csv"), "\"a \"\" b\",cd\r\n\r\n,\r\n\"x \ny\"\r\n");
   EXPECT_EQ(fs::status("t.csv").permissions(), fs::perms(0640));
+  dir_.write("other.csv", "1\n");
+  fs::permissions("other.csv", fs::perms(0600));
+  ASSERT_TRUE(csv_.Open("t.csv") && csv_.NeatenFile("other.csv"));
+  EXPECT_EQ(fs::status("other.csv").permissions(), fs::perms(0600)) << "of the file replaced";
 }
 
 TEST_F(CCSVTest, TheTemporaryFileIsItsOwn) {
