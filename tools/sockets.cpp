@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <map>
 #include <string>
+#include <string_view>
 #include <tuple>
 #include <vector>
 
@@ -76,8 +77,9 @@ bool wanted(const Row& row, const Filters& filters, UserNames& users) {
 bool before(const Row& a, const Row& b) {
   const auto key = [](const Row& row) {
     const Socket& socket = *row.socket;
-    return std::make_tuple(!listens(socket), socket.state, socket.local_port, socket.protocol,
-                           socket.local_addr, socket.remote_port, socket.remote_addr,
+    return std::make_tuple(!listens(socket), std::string_view(socket.state), socket.local_port,
+                           std::string_view(socket.protocol), std::string_view(socket.local_addr),
+                           socket.remote_port, std::string_view(socket.remote_addr),
                            row.holder != nullptr ? row.holder->pid : 0);
   };
   return key(a) < key(b);
