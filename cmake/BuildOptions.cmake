@@ -1,5 +1,6 @@
 # Flags that every target of this project is built with: `target_link_libraries(x PRIVATE utility_flags)`.
 add_library(utility_flags INTERFACE)
+target_compile_features(utility_flags INTERFACE cxx_std_17)
 target_compile_options(utility_flags INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion
   $<$<BOOL:${UTILITY_WERROR}>:-Werror>)

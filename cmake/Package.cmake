@@ -2,7 +2,7 @@
 # is done only there, with UTILITY_DEBIAN_DOCS; a plain `cmake --install` puts them in one folder.
 option(UTILITY_DEBIAN_DOCS "Install the documents as Debian packages have them" OFF)
 
-set(UTILITY_HTML "" CACHE PATH "Folder of the documentation that script/docs made, to be installed")
+set(UTILITY_HTML "" CACHE PATH "Folder of the documentation that the target docs makes, to be installed")
 
 set(runtime_package libutility${PROJECT_VERSION_MAJOR})
 set(development_package libutility-dev)

@@ -1,4 +1,4 @@
-#include "load/watch.h"
+#include "watch.h"
 
 #include <dirent.h>
 #include <malloc.h>
@@ -13,7 +13,7 @@
 
 #include "support/harness.h"
 
-namespace load {
+namespace soak {
 namespace {
 
 // The most memory that was resident since the count began, in KiB.
@@ -63,4 +63,4 @@ void watch(const std::string& name, Promise promise, const std::function<std::st
   bench::require(left == held, "a descriptor is left over");
 }
 
-}  // namespace load
+}  // namespace soak

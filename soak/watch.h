@@ -4,7 +4,7 @@
 #include <functional>
 #include <string>
 
-namespace load {
+namespace soak {
 
 /// What the library needs at most beyond what is there already.
 struct Promise {
@@ -18,4 +18,4 @@ struct Promise {
 /// Reports are on standard error, as the library prints on standard output.
 void watch(const std::string& name, Promise promise, const std::function<std::string()>& work);
 
-}  // namespace load
+}  // namespace soak

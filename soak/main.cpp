@@ -9,8 +9,7 @@
 #include <tuple>
 #include <vector>
 
-#include "load/log.h"
-#include "load/watch.h"
+#include "log.h"
 #include "support/csv_file.h"
 #include "support/harness.h"
 #include "support/load.h"
@@ -19,8 +18,9 @@
 #include "utility/CUnixProc.h"
 #include "utility/CUnixProcNet.h"
 #include "utility/CUnixTools.h"
+#include "watch.h"
 
-namespace load {
+namespace soak {
 namespace {
 
 namespace fs = std::filesystem;
@@ -138,12 +138,12 @@ void handle_directories() {
 }
 
 }  // namespace
-}  // namespace load
+}  // namespace soak
 
 void set_up() {
-  bench::register_run("processes", load::walk_processes);
-  bench::register_run("sockets", load::relate_sockets);
-  bench::register_run("csv", load::copy_csv);
-  bench::register_run("log", load::write_logs);
-  bench::register_run("directories", load::handle_directories);
+  bench::register_run("processes", soak::walk_processes);
+  bench::register_run("sockets", soak::relate_sockets);
+  bench::register_run("csv", soak::copy_csv);
+  bench::register_run("log", soak::write_logs);
+  bench::register_run("directories", soak::handle_directories);
 }

@@ -1,4 +1,4 @@
-#include "load/log.h"
+#include "log.h"
 
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -14,11 +14,11 @@
 #include <thread>
 #include <vector>
 
-#include "load/watch.h"
 #include "support/harness.h"
 #include "utility/CDiyLog.h"
+#include "watch.h"
 
-namespace load {
+namespace soak {
 namespace {
 
 constexpr std::size_t kProcesses = 2;
@@ -142,4 +142,4 @@ void write_logs() {
   std::fprintf(stderr, "    %zu lines in %zu files\n", tally.size() * each, files.size());
 }
 
-}  // namespace load
+}  // namespace soak

@@ -1,9 +1,9 @@
 #pragma once
 
-namespace load {
+namespace soak {
 
 /// A million lines from sixteen threads of two processes, while the log starts afresh over and
 /// over.
 void write_logs();
 
-}  // namespace load
+}  // namespace soak
