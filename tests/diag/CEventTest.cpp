@@ -3,10 +3,14 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <climits>
+#include <ctime>
 #include <fstream>
 #include <future>
+#include <string>
+#include <vector>
 
 using utility::CEvent, std::chrono::system_clock;
 
