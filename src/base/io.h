@@ -108,8 +108,7 @@ class Lines final : public LineSource {
   /// Reads the open file `fd` from where it stands; it stays the caller's.
   explicit Lines(int fd) noexcept : LineSource(fd, {}, block_, piece_, Room) {}
   /// Cuts a text in memory.
-  explicit Lines(std::string_view text) noexcept
-      : LineSource(-1, text, nullptr, piece_, Room) {}
+  explicit Lines(std::string_view text) noexcept : LineSource(-1, text, nullptr, piece_, Room) {}
 
  private:
   // Neither is cleared: only what was read is ever looked at. Plain arrays, whose place the base
