@@ -134,6 +134,23 @@ TEST_F(CCSVTest, AChangeThatKeepsTheSizeIsNoticed) {
   EXPECT_EQ(read(csv_), (Fields{"33b", ""}));
 }
 
+TEST_F(CCSVTest, ARecordThatWasCutOffIsGone) {
+  dir_.write("t.csv", "1\n2\n3\n");
+  ASSERT_TRUE(csv_.Open("t.csv"));
+  dir_.write("t.csv", "1\n");
+  ASSERT_TRUE(csv_.SetCurPos(2));
+  EXPECT_FALSE(csv_.MoveFpPos() || csv_.DelRecord() || write(csv_, {"x"}));
+  EXPECT_EQ(read(csv_), std::nullopt);
+  EXPECT_EQ(dir_.read("t.csv"), "1\n");
+}
+
+TEST_F(CCSVTest, ATailOfOneByteMoreThanABlockMovesWhole) {
+  const std::string tail = std::string(4096, 'x') + "\n";
+  dir_.write("t.csv", "1\n" + tail);
+  EXPECT_TRUE(csv_.Open("t.csv") && csv_.SetCurPos(1) && write(csv_, {"new"}));
+  EXPECT_EQ(dir_.read("t.csv"), "1\nnew\r\n" + tail);
+}
+
 TEST_F(CCSVTest, RecordsInOrderCostTheirOwnLength) {
   std::string file;
   for (int i = 0; i < 20000; ++i) file += std::to_string(i) + ",\"name, of it\"\r\n";

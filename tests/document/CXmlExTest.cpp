@@ -104,6 +104,9 @@ TEST_F(CXmlExTest, ChangesNothingButThePlace) {
     EXPECT_EQ(dir_.read("c.xml"), expected);
     EXPECT_EQ(lint("/config/mixed/b"), "bold") << "for an independent parser";
   }
+  dir_.write("c.xml", "<a>\n <b/>text</a>");
+  EXPECT_EQ(edited("/a", "x"), "<a>\n <b/>x</a>") << "layout before an earlier child stays";
+  dir_.write("c.xml", kConfig);
   EXPECT_TRUE(text("log", "a]]>\r\n\t<!--&amp;") && text("query", "]]>]]&gt;"));
   EXPECT_EQ(lint("/config/log") + lint("/config/query"), "a]]>\r\n\t<!--&amp;\n]]>]]&gt; ");
 }
