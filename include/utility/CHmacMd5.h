@@ -16,7 +16,8 @@ class UTILITY_API CHmacMd5 {
   /// @param data    the bytes, which are only read.
   /// @param len     their count, at least 1.
   /// @param digest  receives 16 bytes; on failure it is untouched.
-  /// @return 0; 1 when `data` or `digest` is null or `len` is less than 1; 2 without memory.
+  /// @return 0; 1 when `data` or `digest` is null or `len` is less than 1. 2 is kept for a lack of
+  ///         memory and does not occur: none is taken.
   static int md5(char* data, int len, char* digest);
 
   /// The HMAC-MD5 checksum of a text.
@@ -29,8 +30,8 @@ class UTILITY_API CHmacMd5 {
   /// @param key      the key. It ends at its first zero byte, so it may be empty.
   /// @param keyLen   the bytes of `key`, at least 1.
   /// @param digest   receives 16 bytes; on failure it is untouched.
-  /// @return 0; 1 when a pointer is null or a length is less than 1 (`key` is untouched as well); 2
-  ///         without memory, at times after a long key was replaced.
+  /// @return 0; 1 when a pointer is null or a length is less than 1 (`key` is untouched as well). 2
+  ///         is kept for a lack of memory and does not occur: none is taken.
   static int hmac_md5(const char* text, int textLen, char* key, int keyLen, char* digest);
 
   /// Writes a digest of 16 bytes, which is only read, as 32 lower-case hex characters.
