@@ -67,6 +67,8 @@ class UTILITY_API CStr {
   /// The same as `atoll` for `long`, which has 64 bits here.
   static long atol(const std::string& text);
 
+  // The texts that are split may be elements of the list that receives the pieces.
+
   /// Splits `text` at every byte that occurs in `separators`, as the C library's tokeniser does.
   ///
   /// Both texts count up to their first NUL byte. An empty text or separator set appends nothing.

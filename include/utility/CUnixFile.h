@@ -17,8 +17,8 @@ namespace utility {
 /// An item "exists" when access(2) finds it, so a symbolic link to nothing does not exist, but for
 /// `delete_item`. Paths count up to their first NUL byte.
 ///
-/// Hazard: each step looks its path up anew. Do not run these operations, `delete_item` above all,
-/// over a tree that somebody less trusted can change meanwhile.
+/// Hazard: each step looks its path up anew. Do not run these operations over a tree that somebody
+/// less trusted can change meanwhile, but for `delete_item`, which never leaves the tree.
 ///
 /// There is no shared state; operations on different trees may run on any number of threads.
 class UTILITY_API CUnixFile {
@@ -119,8 +119,9 @@ class UTILITY_API CUnixFile {
   ///
   /// With `recursive`, a directory's contents go first. This goes by the names that `get_sub_item`
   /// reports, so it stops with 5 at an entry whose GBK name is not its name on disk, unless another
-  /// entry has that name: then that one is deleted. Each level of depth holds one descriptor and
-  /// the depth is limited by them; a tree too deep stops with 5.
+  /// entry has that name: then that one is deleted. Any depth is deleted, with a few descriptors at
+  /// a time and little stack. No link is followed, also where an entry becomes one meanwhile, nor
+  /// where `path` ends with a slash: a link named so is refused with 11.
   ///
   /// @param path       the item.
   /// @param recursive  whether a directory goes with its contents.

@@ -18,7 +18,7 @@ namespace utility {
 ///
 ///     0   done
 ///     1   a source could not be opened, or the copy could not be written
-///     2   a command's output pipe or line buffer could not be had
+///     2   a command's output pipe could not be had
 ///     3   the target already exists
 ///     4   the source does not exist
 ///     7   the file could not be created
@@ -54,25 +54,30 @@ class UTILITY_API CUnixTools {
 
   /// Copies a regular file, or the regular file that a link points to, with its mode.
   ///
-  /// An existing target is unlinked first, so links to it keep the old content; one that cannot be
-  /// unlinked, such as a mount point, is appended to. A source that stops being readable is copied
+  /// The source is opened, then an existing target is unlinked: links to it keep the old content,
+  /// and a target that is a link to the source, symbolic or hard, becomes a copy of it. A target
+  /// that cannot be unlinked, such as a mount point, is appended to. Nobody but its owner may read
+  /// a new target before it is complete. Where another process holds a lease on the source, it is
+  /// waited for, at most 60 seconds. A source that stops being readable is copied
   /// as far as it went, and one that is no regular file (a link to a directory, a FIFO or a device)
   /// gives an empty target; both count as done.
   ///
   /// @return 0; 1 when either file cannot be opened, when the target cannot be written to its end
-  ///         (a full disk; what was written stays) or when both are the same file, which is then
-  ///         untouched.
+  ///         (a full disk; what was written stays) or when both paths name one directory entry,
+  ///         which is then untouched.
   static int copy_regular_file(const char* source, const char* target);
 
   /// Copies the entries of directory `source` into directory `target`, directories with all below.
   ///
   /// `target` is made with the mode of `source` when it is no directory. Links are copied as the
-  /// files they point to. Paths are formed in 1023 bytes; longer ones are cut.
+  /// files they point to. Paths are formed in 1023 bytes; longer ones are cut. A directory that
+  /// becomes a link meanwhile is not followed. Where `target` is below `source`, it is not copied
+  /// into itself: that entry counts as 1.
   ///
   /// @return the status of the last entry in listing order (0 for none), so a failure before it is
   ///         not reported: 1 a file or directory could not be opened, 13 the entry is of a kind
-  ///         that is not copied. 1 also when `source` itself cannot be listed; nothing is touched
-  ///         when either is null.
+  ///         that is not copied. 1 also when `source` itself cannot be listed, when it is `target`,
+  ///         and when either is null; nothing is touched then.
   static int copy_directory(const char* source, const char* target);
 
   /// Copies a directory, a regular file or the file behind a link.
@@ -88,15 +93,17 @@ class UTILITY_API CUnixTools {
   /// differ.
   ///
   /// The copy's own result is ignored: **a source that could not be copied is removed all the same
-  /// and is lost.** Callers that cannot afford this use `copy_file` and `rm_file`.
+  /// and is lost**, on a full disk, for want of a right, or where `target` is below `source`.
+  /// Callers that cannot afford this use `copy_file` and `rm_file`.
   ///
-  /// @return 4 and 3 as for `copy_file` (nothing is touched then); otherwise what `rm_file`
-  ///         returns.
+  /// @return 4 and 3 as for `copy_file`, and 4 when both paths name one directory entry (nothing is
+  ///         touched then); otherwise what `rm_file` returns.
   static int move_file(const char* source, const char* target, const bool& overwrite);
 
   /// Removes a directory with everything in it; links in it are removed, not followed.
   ///
-  /// Paths below are formed in 255 bytes; longer ones are cut. The first failure ends the work and
+  /// Paths below are formed in 255 bytes; longer ones are cut. An entry that becomes a link
+  /// meanwhile is not followed. The first failure ends the work and
   /// leaves the rest in place.
   ///
   /// @return 0 or 11.
@@ -115,7 +122,9 @@ class UTILITY_API CUnixTools {
   /// @param path  relative to the working directory unless it begins with "/"; doubled slashes are
   ///              harmless.
   /// @param mode  the permission bits of each new directory, subject to the process's umask.
-  /// @return 0 (also for directories that exist); 12 at the first that cannot be made.
+  /// @return 0 (also for directories that exist, and links to such); 12 at the first that cannot be
+  /// made
+  ///         or is something else.
   static int mkdir_parents(const std::string& path, const unsigned long& mode);
 
   /// Runs `command` with system(3) and waits for it.
@@ -135,8 +144,8 @@ class UTILITY_API CUnixTools {
   /// @param lines        receives the lines; appended to, never cleared.
   /// @param line_length  a piece holds at most `line_length` - 1 bytes before it is trimmed; a
   ///                     longer line arrives in several. Below 2 nothing is appended.
-  /// @return 0; 9 for a null command; 2 when the pipe or the line buffer cannot be had. On failure
-  ///         `lines` is untouched.
+  /// @return 0; 9 for a null command; 2 when the pipe cannot be had. On failure `lines` is
+  /// untouched.
   static int exec_cmd_results(const char* command, std::vector<std::string>& lines,
                               const int& line_length);
 

@@ -2,8 +2,12 @@
 
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <limits>
 #include <string_view>
+#include <utility>
+
+#include "base/text.h"
 
 namespace utility {
 namespace {
@@ -12,7 +16,7 @@ namespace {
 constexpr char kTrimSet[] = " \t\r\n";
 
 // What a formatted stream skips before a number and between words.
-constexpr std::string_view kStreamSpace = " \t\n\v\f\r";
+constexpr std::string_view kStreamSpace = detail::kWhiteSpace;
 
 struct Decimal {
   std::uint64_t magnitude = 0;
@@ -36,6 +40,12 @@ Decimal read_decimal(const std::string& text) {
   }
   number.valid = at > first_digit;
   return number;
+}
+
+// At the end and not one by one: an argument may be an element of the list, which moves as it
+// grows.
+void append(std::vector<std::string>& fields, std::vector<std::string>&& found) {
+  fields.insert(fields.end(), std::move_iterator(found.begin()), std::move_iterator(found.end()));
 }
 
 }  // namespace
@@ -140,33 +150,39 @@ long CStr::atol(const std::string& text) {
 void CStr::ext_line_strtok(const std::string& separators, std::vector<std::string>& fields,
                            const std::string& text) {
   if (text.empty() || separators.empty()) return;
+  std::vector<std::string> found;
   std::string copy(text.c_str());  // NOLINT(readability-redundant-string-cstr): up to its NUL
   char* state = nullptr;
   for (const char* token = strtok_r(copy.data(), separators.c_str(), &state); token != nullptr;
        token = strtok_r(nullptr, separators.c_str(), &state)) {
-    fields.emplace_back(token);
+    found.emplace_back(token);
   }
+  append(fields, std::move(found));
 }
 
 void CStr::ext_line(const std::string& separator, std::vector<std::string>& fields,
                     const std::string& text) {
   if (separator.empty()) return;
+  std::vector<std::string> found;
   std::size_t begin = 0;
   for (std::size_t end = 0; end != std::string::npos; begin = end + separator.size()) {
     end = text.find(separator, begin);
     const std::size_t length = (end == std::string::npos ? text.size() : end) - begin;
-    if (length > 0) fields.emplace_back(text, begin, length);
-    if (end == std::string::npos) return;
+    if (length > 0) found.emplace_back(text, begin, length);
+    if (end == std::string::npos) break;
   }
+  append(fields, std::move(found));
 }
 
 void CStr::ext_line(std::vector<std::string>& fields, const std::string& text) {
+  std::vector<std::string> found;
   std::size_t begin = text.find_first_not_of(kStreamSpace);
   while (begin != std::string::npos) {
     const std::size_t end = text.find_first_of(kStreamSpace, begin);
-    fields.emplace_back(text, begin, end - begin);
+    found.emplace_back(text, begin, end - begin);
     begin = text.find_first_not_of(kStreamSpace, end);
   }
+  append(fields, std::move(found));
 }
 
 }  // namespace utility

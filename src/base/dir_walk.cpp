@@ -9,8 +9,8 @@ namespace utility::detail {
 
 DirWalk::DirWalk(const char* path) noexcept : DirWalk(AT_FDCWD, path) {}
 
-DirWalk::DirWalk(int parent, const char* name) noexcept
-    : fd_(::openat(parent, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {}
+DirWalk::DirWalk(int parent, const char* name, int flags) noexcept
+    : fd_(::openat(parent, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC | flags)) {}
 
 const char* DirWalk::next() noexcept {
   for (;;) {

@@ -17,8 +17,9 @@ namespace utility::detail {
 class DirWalk {
  public:
   explicit DirWalk(const char* path) noexcept;
-  /// Opens `name` relative to the open directory `parent`.
-  DirWalk(int parent, const char* name) noexcept;
+  /// Opens `name` relative to the open directory `parent`. With O_NOFOLLOW in `flags`, a link as
+  /// its last component is refused.
+  DirWalk(int parent, const char* name, int flags = 0) noexcept;
 
   /// False when the directory could not be opened; `next` then yields nothing.
   explicit operator bool() const noexcept { return static_cast<bool>(fd_); }

@@ -14,26 +14,11 @@
 #include "base/dir_walk.h"
 #include "base/handles.h"
 #include "base/paths.h"
+#include "resource/CUnixFile_code.h"
 #include "utility/CConv.h"
 
 namespace utility {
 namespace {
-
-constexpr int kEmptyPath = 1;
-constexpr int kNotExamined = 2;
-constexpr int kNotDirectory = 3;
-constexpr int kNotOpened = 4;
-constexpr int kStopped = 5;
-constexpr int kExists = 6;
-constexpr int kFileNotCreated = 7;
-constexpr int kDirectoryNotCreated = 8;
-constexpr int kBadType = 9;
-constexpr int kMissing = 10;
-constexpr int kNotRemoved = 11;
-constexpr int kNotRenamed = 12;
-constexpr int kModeNotSet = 13;
-constexpr int kUnknownType = 14;
-constexpr int kNoMountTable = 17;
 
 constexpr unsigned char kDirectory = 'd';
 constexpr unsigned char kAnyType = 'a';
@@ -97,19 +82,13 @@ class EntryPath {
   std::size_t prefix_;
 };
 
-// Existing here takes a symbolic link to nothing in.
-bool exists_itself(const std::string& path) {
-  struct stat64 st {};
-  return detail::exists(path.c_str()) || (::lstat64(path.c_str(), &st) == 0 && S_ISLNK(st.st_mode));
-}
-
 // The kernel keeps a target that appeared since it was looked for; where the file system cannot
 // promise that, a plain rename has to do.
 int rename_without_replacing(const char* from, const char* to) {
   if (::renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) return 0;
-  if (errno == EEXIST) return kExists;
+  if (errno == EEXIST) return detail::kExists;
   const bool unsupported = errno == EINVAL || errno == ENOSYS;
-  return unsupported && std::rename(from, to) == 0 ? 0 : kNotRenamed;
+  return unsupported && std::rename(from, to) == 0 ? 0 : detail::kNotRenamed;
 }
 
 struct MountTableCloser {
@@ -138,35 +117,35 @@ char* CUnixFile::mode_2_string(unsigned int mode, char* buffer, int size) {
 }
 
 int CUnixFile::mod_mode(const std::string& path, const unsigned int& mode) {
-  if (path.empty()) return kEmptyPath;
-  if (!detail::exists(path.c_str())) return kMissing;
-  return ::chmod(path.c_str(), mode) == 0 ? 0 : kModeNotSet;
+  if (path.empty()) return detail::kEmptyPath;
+  if (!detail::exists(path.c_str())) return detail::kMissing;
+  return ::chmod(path.c_str(), mode) == 0 ? 0 : detail::kModeNotSet;
 }
 
 int CUnixFile::rename_item(const std::string& old_path, const std::string& new_path) {
-  if (old_path.empty() || new_path.empty()) return kEmptyPath;
-  if (!detail::exists(old_path.c_str())) return kMissing;
-  if (exists_itself(new_path)) return kExists;
+  if (old_path.empty() || new_path.empty()) return detail::kEmptyPath;
+  if (!detail::exists(old_path.c_str())) return detail::kMissing;
+  if (detail::exists_itself(new_path.c_str())) return detail::kExists;
   return rename_without_replacing(old_path.c_str(), new_path.c_str());
 }
 
 int CUnixFile::create_item(const std::string& path, unsigned char type, unsigned int mode) {
-  if (path.empty()) return kEmptyPath;
-  if (detail::exists(path.c_str())) return kExists;
+  if (path.empty()) return detail::kEmptyPath;
+  if (detail::exists(path.c_str())) return detail::kExists;
   switch (type) {
     case '_':
       // Not truncating: a file that somebody else makes in between keeps its contents.
       if (!detail::Fd(::open(path.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0))) {
-        return kFileNotCreated;
+        return detail::kFileNotCreated;
       }
       break;
     case kDirectory:
-      if (::mkdir(path.c_str(), 0) != 0) return kDirectoryNotCreated;
+      if (::mkdir(path.c_str(), 0) != 0) return detail::kDirectoryNotCreated;
       break;
     default:
-      return kBadType;
+      return detail::kBadType;
   }
-  return ::chmod(path.c_str(), mode) == 0 ? 0 : kModeNotSet;
+  return ::chmod(path.c_str(), mode) == 0 ? 0 : detail::kModeNotSet;
 }
 
 int CUnixFile::stat_2_fd(const std::string& name, struct stat64& st, UnixFileData& record) {
@@ -174,7 +153,7 @@ int CUnixFile::stat_2_fd(const std::string& name, struct stat64& st, UnixFileDat
   record.size = st.st_size / 1024;
   record.mode = st.st_mode;
   const FileType* type = type_of(st.st_mode);
-  if (type == nullptr) return kUnknownType;
+  if (type == nullptr) return detail::kUnknownType;
   record.type = type->letter;
   record.uid = st.st_uid;
   record.gid = st.st_gid;
@@ -199,58 +178,36 @@ int CUnixFile::has_subitem(const std::string& path) {
 
 int CUnixFile::get_sub_item(const std::string& path, unsigned char filter,
                             int (*callback)(const UnixFileData&, void*), void* context) {
-  if (path.empty()) return kEmptyPath;
+  if (path.empty()) return detail::kEmptyPath;
   struct stat64 st {};
-  if (::lstat64(path.c_str(), &st) != 0) return kNotExamined;
-  if (!S_ISDIR(st.st_mode)) return kNotDirectory;
+  if (::lstat64(path.c_str(), &st) != 0) return detail::kNotExamined;
+  if (!S_ISDIR(st.st_mode)) return detail::kNotDirectory;
   detail::DirWalk dir(path.c_str());
-  if (!dir) return kNotOpened;
+  if (!dir) return detail::kNotOpened;
 
   EntryPath entry(path);
   while (const char* name = dir.next()) {
-    if (::lstat64(entry.of(name), &st) != 0) return kNotExamined;
+    if (::lstat64(entry.of(name), &st) != 0) return detail::kNotExamined;
     if (filter != kAnyType && !is_one_type(st.st_mode, filter)) continue;
     UnixFileData record;
     if (S_ISDIR(st.st_mode)) record.sub = has_subitem(entry.text());
     const int result = stat_2_fd(name, st, record);
     if (result != 0) return result;
-    if (detail::stops(callback, record, context)) return kStopped;
+    if (detail::stops(callback, record, context)) return detail::kStopped;
   }
   return 0;
 }
 
-int CUnixFile::delete_item(const std::string& path, bool recursive) {
-  if (path.empty()) return kEmptyPath;
-  if (!exists_itself(path)) return kMissing;
-  if (recursive) {
-    struct stat64 st {};
-    if (::lstat64(path.c_str(), &st) != 0) return kNotExamined;
-    if (S_ISDIR(st.st_mode)) {
-      std::string parent = path;
-      const int result = get_sub_item(path, kAnyType, call_back_del, &parent);
-      if (result != 0) return result;
-    }
-  }
-  return std::remove(path.c_str()) == 0 ? 0 : kNotRemoved;
-}
-
-int CUnixFile::call_back_del(const UnixFileData& record, void* context) {
-  const auto* parent = static_cast<const std::string*>(context);
-  const std::string& name = record.name;
-  if (parent == nullptr || name.empty() || name == "." || name == "..") return -1;
-  return delete_item(*parent + "/" + name, record.type == kDirectory) == 0 ? 0 : -1;
-}
-
 int CUnixFile::get_quota_disk(int (*callback)(const std::string&, void*), void* context) {
   const MountTable table(::setmntent("/etc/mtab", "r"));
-  if (!table) return kNoMountTable;
+  if (!table) return detail::kNoMountTable;
   mntent entry{};
   std::array<char, 4096> line;  // what getmntent() has, which is not re-entrant
   while (::getmntent_r(table.get(), &entry, line.data(), static_cast<int>(line.size())) !=
          nullptr) {
     const std::string_view type = entry.mnt_type;
     if (type != "ext4" && type != "ext3" && type != "ext2") continue;
-    if (detail::stops<std::string>(callback, entry.mnt_dir, context)) return kStopped;
+    if (detail::stops<std::string>(callback, entry.mnt_dir, context)) return detail::kStopped;
   }
   return 0;
 }

@@ -68,9 +68,9 @@ bool CUnixLog::is_valid_level(const std::string& level) {
 }
 
 int CUnixLog::divide_src_obj(const std::string& line, std::string& src, std::string& obj) {
-  if (line.empty()) return detail::kNothingGiven;
   src.clear();
   obj.clear();
+  if (line.empty()) return detail::kNothingGiven;
   const std::vector<std::string> pieces = split(";", line);
   if (pieces.empty()) return detail::kNoSuchPart;
   for (auto piece = pieces.begin(); piece != pieces.end() - 1; ++piece)

@@ -1,18 +1,23 @@
 #include "utility/CUnixTools.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <filesystem>
+#include <functional>
 
 #include "support/open_descriptors.h"
 #include "support/sandbox.h"
 #include "support/temp_dir.h"
+#include "utility/CUnixFile.h"
 
 namespace fs = std::filesystem;
+using utility::CUnixFile;
 using utility::CUnixTools;
 using Lines = std::vector<std::string>;
 
@@ -70,6 +75,9 @@ TEST_F(CUnixToolsFiles, AreCreatedWithTheirDirectories) {
   EXPECT_EQ(CUnixTools::read_file_permission("a/b/c"), 0040750U);
   EXPECT_EQ(CUnixTools::mkdir_parents("a/b", 0777), 0);
   EXPECT_EQ(CUnixTools::mkdir_parents("full/x", 0777), 12);
+  EXPECT_EQ(CUnixTools::mkdir_parents("a/b/../../full", 0777), 12) << "the last is no directory";
+  fs::create_symlink("a", "link");
+  EXPECT_EQ(CUnixTools::mkdir_parents("link/b/new", 0777), 0);
   EXPECT_EQ(CUnixTools::mkdir_parents("", 0777), 0);
   ::umask(before);
 }
@@ -90,7 +98,7 @@ TEST_F(CUnixToolsFiles, AreCopiedAndMoved) {
   EXPECT_EQ(dir.read("old"), big);
   EXPECT_EQ(dir.read("other_name"), "old content") << "the target is unlinked, not written into";
   EXPECT_EQ(CUnixTools::read_file_permission("old"), 0100641U);
-  EXPECT_EQ(CUnixTools::copy_regular_file("big", "link"), 1) << "the same file";
+  EXPECT_EQ(CUnixTools::copy_regular_file("big", "./big"), 1) << "one directory entry";
   EXPECT_EQ(dir.read("big"), big);
   EXPECT_EQ(CUnixTools::copy_regular_file("missing", "other_name"), 1);
   EXPECT_FALSE(fs::exists("other_name")) << "removed before the source is opened";
@@ -137,6 +145,84 @@ TEST_F(CUnixToolsFiles, AreCopiedAndRemovedAsTrees) {
   EXPECT_EQ(CUnixTools::rm_dir(nullptr), 11);
 }
 
+// A target that is a link to the source is another entry: it goes, and the source's content stays.
+TEST_F(CUnixToolsFiles, LinksToTheSourceBecomeCopies) {
+  const struct {
+    const char* target;
+    int copied, moved;
+    bool source_stays;
+  } rows[] = {{"symbolic", 0, 0, false},
+              {"hard", 0, 0, false},
+              {"source", 1, 4, true},
+              {"/source", 1, 4, true}};  // below the whole path
+  for (const auto& row : rows) {
+    const std::string target = row.target[0] == '/' ? dir.path() + row.target : row.target;
+    SCOPED_TRACE(target);
+    for (const bool moves : {false, true}) {
+      for (const char* name : {"source", "symbolic", "hard"}) fs::remove(name);
+      dir.write("source", "content");
+      fs::create_symlink("source", "symbolic");
+      fs::create_hard_link("source", "hard");
+      EXPECT_EQ(
+          (moves ? CUnixTools::move_file : CUnixTools::copy_file)("source", target.c_str(), true),
+          moves ? row.moved : row.copied);
+      EXPECT_EQ(dir.read(fs::path(target).filename()), "content");
+      EXPECT_FALSE(fs::is_symlink(target));
+      EXPECT_EQ(fs::exists("source"), !moves || row.source_stays);
+    }
+  }
+}
+
+TEST_F(CUnixToolsFiles, ALeasedSourceIsWaitedFor) {
+  dir.write("source", "content");
+  const pid_t holder = ::fork();
+  if (holder == 0) {
+    ::signal(SIGIO, [](int) { ::_exit(0); });  // asked to let go
+    const int fd = ::open("source", O_RDWR);
+    if (::fcntl(fd, F_SETLEASE, F_WRLCK) != 0) ::_exit(1);
+    dir.write("leased", "");
+    for (;;) ::pause();
+  }
+  while (!fs::exists("leased")) ASSERT_EQ(::waitpid(holder, nullptr, WNOHANG), 0);
+  EXPECT_EQ(CUnixTools::move_file("source", "target", false), 0);
+  EXPECT_EQ(dir.read("target"), "content");
+  int status = -1;
+  ::waitpid(holder, &status, 0);
+  EXPECT_EQ(status, 0) << "the lease was broken";
+}
+
+TEST_F(CUnixToolsFiles, ACopyIntoItselfEnds) {
+  fs::create_directories("tree/sub");
+  dir.write("tree/sub/file", "x");
+  CUnixTools::copy_directory("tree", "tree/sub/copy");
+  EXPECT_EQ(dir.read("tree/sub/copy/sub/file"), "x");
+  EXPECT_FALSE(fs::exists("tree/sub/copy/sub/copy"));
+  EXPECT_EQ(CUnixTools::copy_directory("tree", "tree/../tree"), 1);
+  EXPECT_EQ(dir.read("tree/sub/file"), "x");
+}
+
+// While an entry becomes a link out of the tree and back, nothing outside is touched.
+TEST_F(CUnixToolsFiles, SwappedEntriesLeadNowhere) {
+  fs::create_directories("outside/precious");
+  const pid_t swapper = ::fork();
+  while (swapper == 0) ::renameat2(AT_FDCWD, "tree/entry", AT_FDCWD, "spare", RENAME_EXCHANGE);
+  const std::function<void()> operations[] = {[] { CUnixTools::rm_dir("tree"); },
+                                              [] { CUnixFile::delete_item("tree", true); },
+                                              [] { CUnixTools::copy_directory("tree", "copy"); }};
+  for (int round = 0; round < 300; ++round) {
+    std::error_code swapped;
+    fs::remove_all("tree", swapped);
+    fs::remove_all("spare", swapped);
+    fs::create_directories("tree/entry/sub", swapped);
+    ::symlink("../outside", "spare");
+    operations[round % 3]();
+  }
+  ::kill(swapper, SIGKILL);
+  ::waitpid(swapper, nullptr, 0);
+  EXPECT_TRUE(fs::exists("outside/precious"));
+  EXPECT_FALSE(fs::exists("copy/entry/precious"));
+}
+
 // Entries whose paths are cut to the directory itself or to its parent must not be descended into.
 TEST_F(CUnixToolsFiles, CutPathsNeverLeadBack) {
   for (std::size_t length = 252; length <= 255; ++length) {
@@ -159,6 +245,8 @@ TEST(CUnixTools, AFullDiskStopsTheCopy) {
     ASSERT_EQ(::mount("tmpfs", "/mnt", "tmpfs", 0, "size=64k"), 0);
     sandbox::write_file("/etc/big", std::string(200000, 'x'));
     EXPECT_EQ(CUnixTools::copy_regular_file("/etc/big", "/mnt/copy"), 1);
+    EXPECT_EQ(CUnixTools::read_file_permission("/mnt/copy"), 0100600U)
+        << "nobody else reads a part";
   });
 }
 

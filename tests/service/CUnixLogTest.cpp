@@ -60,7 +60,7 @@ TEST(CUnixLog, LinesAreDividedAndParsed) {
   for (const auto& [line, divided, parsed, expected] : rows) {
     std::string selectors, action = "old", rules;
     EXPECT_EQ(CUnixLog::divide_src_obj(line, selectors, action), divided) << line;
-    EXPECT_EQ(action.empty(), divided == 8) << line;
+    EXPECT_EQ(action.empty(), divided != 0) << line;
     EXPECT_EQ(CUnixLog::parse_line(line, collect, &rules), parsed) << line;
     EXPECT_EQ(rules, expected) << line;
   }

@@ -6,10 +6,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <string_view>
 
+#include "base/CUnixTools_code.h"
 #include "base/account_lookup.h"
-#include "base/handles.h"
-#include "base/line_reader.h"
+#include "base/io.h"
 #include "base/local_time.h"
 #include "base/paths.h"
 #include "utility/CStr.h"
@@ -18,7 +19,7 @@
 namespace utility {
 
 int CUnixTools::exec_cmd(const char* command) {
-  if (command == nullptr) return 9;
+  if (command == nullptr) return detail::kNoCommand;
   // Bits 8 to 15 only: a command that a signal ended counts as done here, and a call that failed
   // (-1) reads as 255.
   return (std::system(command) >> 8) & 0xFF;
@@ -26,18 +27,19 @@ int CUnixTools::exec_cmd(const char* command) {
 
 int CUnixTools::exec_cmd_results(const char* command, std::vector<std::string>& lines,
                                  const int& line_length) {
-  if (command == nullptr) return 9;
-  const detail::Pipe pipe(command);
-  if (!pipe) return 2;
-  if (line_length < 2) return 0;
-  detail::LineReader reader(pipe.output(), static_cast<std::size_t>(line_length));
-  if (!reader.ready()) return 2;
-  while (reader.next()) {
-    std::string line(reader.line());
+  if (command == nullptr) return detail::kNoCommand;
+  std::string output;
+  if (!detail::read_command(command, output)) return detail::kNoOutput;
+  if (line_length < 2) return detail::kDone;
+  for (std::string_view rest = output; !rest.empty();) {
+    // A NUL byte ends what is seen of a line.
+    const std::string_view piece =
+        detail::take_line(rest, static_cast<std::size_t>(line_length) - 1);
+    std::string line(piece.substr(0, piece.find('\0')));
     CStr::trim(line);
     lines.push_back(std::move(line));
   }
-  return 0;
+  return detail::kDone;
 }
 
 unsigned long CUnixTools::GetTickCount() {

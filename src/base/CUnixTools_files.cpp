@@ -1,0 +1,293 @@
+// The file and directory half of CUnixTools.
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <string_view>
+#include <thread>
+
+#include "base/CUnixTools_code.h"
+#include "base/dir_walk.h"
+#include "base/handles.h"
+#include "base/io.h"
+#include "base/paths.h"
+#include "utility/CStr.h"
+#include "utility/CUnixTools.h"
+
+namespace utility {
+namespace {
+
+using detail::DirWalk;
+using detail::Fd;
+using detail::or_empty;
+
+enum Kind : int { kDirectory = 1, kRegular = 2, kLink = 3, kOther = 255 };
+
+constexpr std::size_t kCopyPathLimit = 1023;
+constexpr std::size_t kRemovePathLimit = 255;
+
+int kind_of(const struct stat& status) {
+  switch (status.st_mode & S_IFMT) {
+    case S_IFDIR:
+      return kDirectory;
+    case S_IFREG:
+      return kRegular;
+    case S_IFLNK:
+      return kLink;
+    default:
+      return kOther;
+  }
+}
+
+bool is_same(const struct stat& a, const struct stat& b) {
+  return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+// The part of the name of an entry of `dir` that a path of at most `limit` bytes has room for.
+// Empty where that is none of it, or leads back: descending there would never end, or would take
+// what is not ours.
+std::string cut_name(const std::string& dir, const char* name, std::size_t limit) {
+  if (dir.size() + 1 >= limit) return {};
+  std::string cut(name, ::strnlen(name, limit - dir.size() - 1));
+  return cut == "." || cut == ".." ? std::string() : cut;
+}
+
+// True when both paths name the same entry of the same directory, so that unlinking one takes the
+// other. Two links to one file are two entries; a directory has only one.
+bool is_same_entry(const char* a, const char* b) {
+  struct stat first {};
+  struct stat second {};
+  if (::lstat(or_empty(a), &first) != 0 || ::lstat(or_empty(b), &second) != 0) return false;
+  if (!is_same(first, second)) return false;
+  if (S_ISDIR(first.st_mode)) return true;
+  const auto split = [](std::string_view path, std::string& dir) {
+    const std::size_t name = path.rfind('/') + 1;  // 0 without any "/"
+    dir = name == 0 ? "." : path.substr(0, name);
+    return path.substr(name);
+  };
+  std::string first_dir;
+  std::string second_dir;
+  return split(a, first_dir) == split(b, second_dir) && ::stat(first_dir.c_str(), &first) == 0 &&
+         ::stat(second_dir.c_str(), &second) == 0 && is_same(first, second);
+}
+
+// Opens what is to be copied. Without blocking, since a link may point to a FIFO that nobody writes
+// to; where another process holds a lease on the file, that process is given its time to let go (45
+// seconds, as kernels are set up; a little more is waited).
+Fd open_source(const char* path) {
+  using namespace std::chrono_literals;
+  const auto deadline = std::chrono::steady_clock::now() + 60s;
+  for (;;) {
+    Fd source(::open(or_empty(path), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    if (source || errno != EWOULDBLOCK || std::chrono::steady_clock::now() > deadline) {
+      return source;
+    }
+    std::this_thread::sleep_for(10ms);
+  }
+}
+
+// A source that stops being readable is copied as far as it went.
+bool copy_bytes(int source, int target) {
+  std::array<char, 16384> block;
+  for (;;) {
+    const ssize_t count = detail::read_some(source, block.data(), block.size());
+    if (count <= 0) return true;
+    if (!detail::write_all(target, {block.data(), static_cast<std::size_t>(count)})) return false;
+  }
+}
+
+void make_target(const char* target, mode_t mode) {
+  if (!CUnixTools::is_exist_dir(target)) ::mkdir(or_empty(target), mode);
+}
+
+// Copies directories. A directory below the source is found by its name within the open directory:
+// one that becomes a link meanwhile is not followed.
+class TreeCopy {
+ public:
+  // `target` is the target of the whole copy, which does not copy itself.
+  explicit TreeCopy(const char* target) { ::stat(or_empty(target), &top_); }
+
+  int copy(int parent, const char* name, int flags, const std::string& source,
+           const std::string& target) {
+    // On the heap: a path of 1023 bytes holds 500 levels.
+    const std::unique_ptr<DirWalk> entries(new (std::nothrow) DirWalk(parent, name, flags));
+    if (!entries || !*entries) return detail::kNotCopied;
+    int code = detail::kDone;
+    while (const char* entry = entries->next()) {
+      code = copy_entry(entries->fd(), source, target, entry);
+    }
+    return code;
+  }
+
+ private:
+  int copy_entry(int dir, const std::string& source_dir, const std::string& target_dir,
+                 const char* entry) {
+    const std::string name = cut_name(source_dir, entry, kCopyPathLimit);
+    if (name.empty()) return detail::kNotCopied;
+    const std::string source = source_dir + "/" + name;
+    const std::string target = detail::join_path(target_dir.c_str(), entry, kCopyPathLimit);
+    struct stat status {};
+    if (::fstatat(dir, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return detail::kOtherKind;
+    switch (kind_of(status)) {
+      case kDirectory:
+        if (is_same(status, top_)) return detail::kNotCopied;
+        make_target(target.c_str(), status.st_mode);
+        return copy(dir, name.c_str(), O_NOFOLLOW, source, target);
+      case kRegular:
+      case kLink:
+        return CUnixTools::copy_regular_file(source.c_str(), target.c_str());
+      default:
+        return detail::kOtherKind;
+    }
+  }
+
+  struct stat top_ {};
+};
+
+// Copies by what the source is.
+int copy_by_kind(const char* source, const char* target) {
+  switch (CUnixTools::file_type(source)) {
+    case kDirectory:
+      return CUnixTools::copy_directory(source, target);
+    case kRegular:
+    case kLink:
+      return CUnixTools::copy_regular_file(source, target);
+    default:
+      return detail::kOtherKind;
+  }
+}
+
+// What copy_file and move_file refuse alike.
+int check_endpoints(const char* source, const char* target, bool overwrite) {
+  if (!detail::exists(source)) return detail::kNoSource;
+  return detail::exists(target) && !overwrite ? detail::kTargetExists : detail::kDone;
+}
+
+// Removes everything in the directory `name` of the open directory `parent`, whose whole path is
+// `path`. By name within the open directory: an entry that becomes a link meanwhile is not
+// followed.
+bool remove_entries(int parent, const char* name, const std::string& path) {
+  DirWalk entries(parent, name, O_NOFOLLOW);
+  if (!entries) return false;
+  while (const char* entry = entries.next()) {
+    const std::string cut = cut_name(path, entry, kRemovePathLimit);
+    if (cut.empty()) return false;
+    struct stat status {};
+    const bool is_directory =
+        ::fstatat(entries.fd(), cut.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+        S_ISDIR(status.st_mode);
+    if (::unlinkat(entries.fd(), cut.c_str(), is_directory ? AT_REMOVEDIR : 0) == 0) continue;
+    if (!is_directory || (errno != ENOTEMPTY && errno != EEXIST) ||
+        !remove_entries(entries.fd(), cut.c_str(), path + "/" + cut) ||
+        ::unlinkat(entries.fd(), cut.c_str(), AT_REMOVEDIR) != 0) {
+      return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace
+
+bool CUnixTools::file_is_exist(const char* path) {
+  return detail::exists(path);
+}
+
+bool CUnixTools::is_exist_dir(const char* path) {
+  return detail::exists(path) && file_type(path) == kDirectory;
+}
+
+int CUnixTools::file_type(const char* path) {
+  struct stat status {};
+  return ::lstat(or_empty(path), &status) == 0 ? kind_of(status) : kOther;
+}
+
+unsigned long CUnixTools::read_file_permission(const char* path) {
+  struct stat status {};
+  return ::stat(or_empty(path), &status) == 0 ? status.st_mode : 0;
+}
+
+int CUnixTools::create_file(const char* path, const unsigned long& mode) {
+  if (detail::exists(path)) return detail::kTargetExists;
+  // No O_TRUNC: a file that appears at this very moment keeps its content.
+  const Fd file(::open(or_empty(path), O_WRONLY | O_CREAT | O_CLOEXEC, static_cast<mode_t>(mode)));
+  return file ? detail::kDone : detail::kNotCreated;
+}
+
+int CUnixTools::copy_regular_file(const char* source, const char* target) {
+  if (is_same_entry(source, target)) return detail::kNotCopied;
+  // Opened before the target goes, which may be a link to it.
+  const Fd in = open_source(source);
+  if (detail::exists(target)) ::unlink(target);
+  if (!in) return detail::kNotCopied;
+  // Nobody else reads the copy before it has the source's mode.
+  const Fd out(::open(or_empty(target), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600));
+  struct stat from {};
+  struct stat to {};
+  if (!out || ::fstat(in.get(), &from) != 0 || ::fstat(out.get(), &to) != 0) {
+    return detail::kNotCopied;
+  }
+  // Still the same: a mount point, which cannot be unlinked.
+  if (is_same(from, to)) return detail::kNotCopied;
+  if (S_ISREG(from.st_mode) && !copy_bytes(in.get(), out.get())) return detail::kNotCopied;
+  ::fchmod(out.get(), from.st_mode & 07777);
+  return detail::kDone;
+}
+
+int CUnixTools::copy_directory(const char* source, const char* target) {
+  if (source == nullptr || target == nullptr || is_same_entry(source, target)) {
+    return detail::kNotCopied;
+  }
+  make_target(target, static_cast<mode_t>(read_file_permission(source)));
+  return TreeCopy(target).copy(AT_FDCWD, or_empty(source), 0, or_empty(source), or_empty(target));
+}
+
+int CUnixTools::copy_file(const char* source, const char* target, const bool& overwrite) {
+  const int refused = check_endpoints(source, target, overwrite);
+  return refused != detail::kDone ? refused : copy_by_kind(source, target);
+}
+
+int CUnixTools::move_file(const char* source, const char* target, const bool& overwrite) {
+  const int refused = check_endpoints(source, target, overwrite);
+  if (refused != detail::kDone) return refused;
+  if (is_same_entry(source, target)) return detail::kNoSource;
+  copy_by_kind(source, target);
+  return rm_file(source);
+}
+
+int CUnixTools::rm_dir(const char* path) {
+  if (::rmdir(or_empty(path)) == 0) return detail::kDone;
+  if (errno != ENOTEMPTY && errno != EEXIST) return detail::kNotRemoved;
+  const std::string dir = detail::without_end_slashes(path);
+  return remove_entries(AT_FDCWD, dir.c_str(), path) && ::rmdir(path) == 0 ? detail::kDone
+                                                                           : detail::kNotRemoved;
+}
+
+int CUnixTools::rm_file(const char* path) {
+  if (!detail::exists(path)) return detail::kNoSource;
+  struct stat status {};
+  if (::stat(path, &status) != 0) return detail::kNotExamined;
+  if (S_ISDIR(status.st_mode)) return rm_dir(path);
+  return ::unlink(path) == 0 ? detail::kDone : detail::kNotRemoved;
+}
+
+int CUnixTools::mkdir_parents(const std::string& path, const unsigned long& mode) {
+  std::vector<std::string> names;
+  CStr::ext_line("/", names, path);
+  std::string prefix = !path.empty() && path.front() == '/' ? "/" : "";
+  for (const std::string& name : names) {
+    prefix.append(name).append("/");
+    if (::mkdir(prefix.c_str(), static_cast<mode_t>(mode)) == 0) continue;
+    // With its slash, only a directory or a link to one exists.
+    if (errno != EEXIST || !detail::exists(prefix.c_str())) return detail::kNoDirectory;
+  }
+  return detail::kDone;
+}
+
+}  // namespace utility
