@@ -25,27 +25,27 @@ namespace utility {
 ///
 /// Commands and replies have 4096 bytes: a longer command is cut to 4095 and sent so, the rest of a
 /// longer reply is left for the next read. A server that neither reads nor answers cannot hold a
-/// session for ever: sends on a session's socket give up after 15 s without progress, single
-/// replies are awaited for 5 minutes.
+/// session for ever: sends give up after 15 s without progress, single replies are awaited for 5
+/// minutes. Signals do not lengthen a wait. What is formatted into a command ends at its first NUL.
 ///
-/// The result codes, which mean the same in every operation:
-///
-///     0   success
-///     1   a bad argument; a failed read of a single reply; credentials that do not fit
-///     2   the socket could not be created
-///     3   the connection succeeded but there is no socket
-///     4   the host name, or the service "smtp", is unknown
-///     5   connecting failed before the time limit
-///     6   out of memory
-///     7   nothing could be sent
-///     8   reading failed
-///     9   the reply did not begin with "250"
-///     11  connecting took longer than its limit
-///     13  the alarm handler could not be installed
-///     14  authentication was refused, or the server's challenge is missing
-///     15  the CRAM-MD5 answer could not be encoded
-///     17  waiting failed
-///     18  nothing became readable in time
+/// | Code | Meaning |
+/// |---|---|
+/// | 0 | success |
+/// | 1 | a bad argument; a failed read of a single reply; credentials that do not fit |
+/// | 2 | the socket could not be created |
+/// | 3 | the connection succeeded but there is no socket |
+/// | 4 | the host name, or the service "smtp", is unknown |
+/// | 5 | connecting failed before the time limit |
+/// | 6 | out of memory |
+/// | 7 | not everything could be sent |
+/// | 8 | reading failed |
+/// | 9 | the reply did not begin with "250" |
+/// | 11 | connecting took longer than its limit |
+/// | 13 | the alarm handler could not be installed |
+/// | 14 | authentication was refused, or the server's challenge is missing |
+/// | 15 | the CRAM-MD5 answer could not be encoded |
+/// | 17 | waiting failed |
+/// | 18 | nothing became readable in time |
 class UTILITY_API CSmtp {
  public:
   /// A mail to send.
@@ -117,9 +117,11 @@ class UTILITY_API CSmtp {
   /// @return 0, 2, 4, 5 or 11.
   static int connecttoserv(std::string host, short port, int& sock);
 
-  /// connect(2) under an alarm of `seconds`.
+  /// connect(2) under an alarm of `seconds`, and given up after that time in this thread, whichever
+  /// thread takes the alarm and whatever other signals arrive. 0 sets no limit.
   ///
-  /// @return 0; 5 when it failed with time left on the alarm; 11 when the time had run out.
+  /// @return 0; 5 when it failed with time left; 11 when the time had run out, and for every
+  ///         failure without a limit.
   static int connect_timeout(int sock, sockaddr* address, unsigned int len, int seconds);
 
   /// Waits until something can be read: for `seconds` (without limit when negative), then three

@@ -1,6 +1,9 @@
 #include "base/io.h"
 
+#include <poll.h>
+
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -25,6 +28,20 @@ bool read_all(int fd, std::string& text, std::size_t limit) {
     limit -= static_cast<std::size_t>(count);
   }
   return true;
+}
+
+int wait_for_events(int fd, short events, int milliseconds) noexcept {
+  using std::chrono::steady_clock;
+  if (fd < 0) return -1;
+  const auto end = steady_clock::now() + std::chrono::milliseconds(milliseconds);
+  pollfd entry{fd, events, 0};
+  const int ready = retry([&] {
+    using Rest = std::chrono::milliseconds;
+    const auto rest = std::chrono::ceil<Rest>(end - steady_clock::now()).count();
+    return ::poll(&entry, 1,
+                  milliseconds < 0 ? -1 : static_cast<int>(std::max(rest, Rest::rep{0})));
+  });
+  return (entry.revents & POLLNVAL) != 0 ? -1 : ready;
 }
 
 bool read_command(const char* command, std::string& output) {

@@ -48,6 +48,13 @@ inline bool write_all(int fd, std::string_view bytes) noexcept {
   return true;
 }
 
+/// Waits until `events` of poll(2) come true on `fd`, at most `milliseconds` in all, however often
+/// a signal interrupts; without limit when that is negative. Returns 1, 0 when the time is over, or
+/// -1 when it cannot wait.
+///
+/// Not select(2): the agent may hold more descriptors than a set of those has room for.
+int wait_for_events(int fd, short events, int milliseconds) noexcept;
+
 /// Waits for the end of `child`, whose status is not kept; false when there is no such child.
 inline bool wait_for(pid_t child) noexcept {
   return retry([child] { return ::waitpid(child, nullptr, 0); }) == child;

@@ -91,7 +91,7 @@ class Server {
     const auto size = static_cast<ssize_t>(text.size());
     return text != kClose && ::send(peer_, text.data(), text.size(), MSG_NOSIGNAL) == size;
   }
-  /// One line, or behind DATA all that belongs to the text.
+  /// One line, or after DATA all that belongs to the text.
   bool read_letter(char& letter) {
     const bool is_text = letter == 'D';
     std::string line;
@@ -115,11 +115,21 @@ class Server {
   std::thread thread_;
 };
 
+// What follows a zero byte in a text is no part of a command.
 CSmtp::send_mail_t mail_to(short port, bool need_auth = false) {
+  using namespace std::string_literals;
   static const std::string body = "line 1\r\nline 2";
-  CSmtp::send_mail_t mail{"127.0.0.1", "user",      "pass",    static_cast<char>(need_auth),
-                          port,        "me@x",      "subject", {"a@x", "b@x"},
-                          {"c@x"},     body.data(), 0};
+  CSmtp::send_mail_t mail{"127.0.0.1\0x"s,
+                          "user",
+                          "pass",
+                          static_cast<char>(need_auth),
+                          port,
+                          "me@x\0y"s,
+                          "subject",
+                          {"a@x", "b@x"},
+                          {"c@x"},
+                          body.data(),
+                          0};
   mail.body_len = static_cast<int>(body.size());
   return mail;
 }
@@ -127,11 +137,11 @@ CSmtp::send_mail_t mail_to(short port, bool need_auth = false) {
 }  // namespace
 
 TEST(CSmtp, TheDialogueEndsWithTheCodeOfItsFirstFailure) {
-  const std::string mail_text =
-      std::string(
-          "From: me@x\r\nTo: a@x, b@x\r\nCc: c@x\r\nSubject: subject\r\n\r\n"
-          "line 1\r\nline 2") +
-      '\0' + "\r\n.\r\n";
+  const std::string mail_text = std::string("From: me@x\0y", 12) +
+                                std::string(
+                                    "\r\nTo: a@x, b@x\r\nCc: c@x\r\nSubject: subject\r\n\r\n"
+                                    "line 1\r\nline 2") +
+                                '\0' + "\r\n.\r\n";
   const struct {
     const char* sentence;
     bool need_auth;
@@ -185,6 +195,31 @@ TEST(CSmtp, TheDialogueEndsWithTheCodeOfItsFirstFailure) {
   });
 }
 
+// Interrupts the thread that makes it every few milliseconds, for 10 s at most.
+class Interruptions {
+ public:
+  Interruptions() : target_(::pthread_self()) {
+    struct sigaction action {};
+    action.sa_handler = [](int) {};
+    ::sigaction(SIGUSR1, &action, nullptr);
+    thread_ = std::thread([this] {
+      for (int count = 0; count < 500 && !over_; ++count) {
+        ::pthread_kill(target_, SIGUSR1);
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+      }
+    });
+  }
+  ~Interruptions() {
+    over_ = true;
+    thread_.join();
+  }
+
+ private:
+  pthread_t target_;
+  std::atomic<bool> over_{false};
+  std::thread thread_;
+};
+
 TEST(CSmtp, ConnectingLeavesTheCallersAlarmAlone) {
   const struct {
     const char* sentence;
@@ -209,13 +244,16 @@ TEST(CSmtp, ConnectingLeavesTheCallersAlarmAlone) {
     sigaddset(&alarm_only, SIGALRM);
     ::pthread_sigmask(SIG_BLOCK, &alarm_only, nullptr);
 
+    const Interruptions interruptions;
     for (const auto& row : rows) {
       SCOPED_TRACE(row.sentence);
       auto mail = mail_to(row.port);
       mail.server = row.server;
       const auto begin = std::chrono::steady_clock::now();
       EXPECT_EQ(CSmtp::sendmail(mail), row.result);
-      EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(6));
+      const auto passed = std::chrono::steady_clock::now() - begin;
+      EXPECT_LT(passed, std::chrono::seconds(6));
+      EXPECT_EQ(passed >= std::chrono::seconds(3), row.result == 11);
       EXPECT_TRUE(CSmtp::m_mutex.try_lock());
       CSmtp::m_mutex.unlock();
     }
@@ -293,7 +331,20 @@ TEST(CSmtp, StepsKeepToTheirBuffersAndTimes) {
   EXPECT_EQ(CSmtp::recvex(ends[0], gathered, sizeof gathered - 1, 0), 5);
   EXPECT_STREQ(gathered, "56789");
   EXPECT_EQ(CSmtp::recvex(-1, gathered, 4, 0), -17);
-  ::close(ends[1]);
+  const auto begin = std::chrono::steady_clock::now();
+  {
+    const Interruptions interruptions;
+    EXPECT_EQ(CSmtp::IsReadable(ends[0], 1), 18);
+  }
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
+
+  std::vector<char> block(8000000, 'x');  // more than the socket holds
+  std::thread leaver([&] {
+    EXPECT_EQ(CSmtp::IsReadable(ends[1], 3), 0);
+    ::close(ends[1]);
+  });
+  EXPECT_EQ(CSmtp::sendcmd(ends[0], block.data(), 8000000, 0, nullptr, room), 7) << "sent in part";
+  leaver.join();
   EXPECT_EQ(CSmtp::sendcmd(ends[0], command, 6, 1, reply, room), 7) << "and no SIGPIPE";
   ::close(ends[0]);
 }

@@ -2,16 +2,19 @@
 
 #include <cstring>
 #include <ctime>
+#include <string_view>
 
 #include "base/handles.h"
-#include "mail/dialogue.h"
+#include "mail/CSmtp_code.h"
+#include "mail/CSmtp_dialogue.h"
+#include "mail/CSmtp_transport.h"
 #include "utility/CSmtp.h"
 #include "utility/CTime.h"
 
 namespace utility {
 namespace {
 
-using detail::Dialogue;
+using namespace detail;
 
 constexpr char kDone[] = "250";
 constexpr std::size_t kDateRoom = 4096;
@@ -45,42 +48,49 @@ std::string joined(const std::vector<std::string>& addresses) {
 // Greeting, EHLO and, where asked for, authentication.
 template <class Account>
 int introduce(int sock, Dialogue& dialogue, const Account& account) {
-  const int greeted = dialogue.read_greeting();
-  if (greeted != 0) return greeted;
-  const int answered =
-      dialogue.expect(dialogue.command_gathering("EHLO " + account.server + " \r\n"), kDone, 9);
-  if (answered != 0 || account.need_auth == 0) return answered;
+  int result = dialogue.read_greeting();
+  if (result != kSuccess) return result;
+  const std::string command = std::string("EHLO ") + account.server.c_str() + " \r\n";
+  result = dialogue.expect(dialogue.command_gathering(command), kDone, kRefused);
+  if (result != kSuccess || account.need_auth == 0) return result;
   char methods = 0;
   CSmtp::parseauth(dialogue.reply(), methods);
   return CSmtp::smtp_auth(sock, account.user, account.password, methods);
 }
 
 int offer_address(Dialogue& dialogue, const char* verb, const std::string& address) {
-  const std::string command = std::string(verb) + ":<" + address + ">\r\n";
-  return dialogue.expect(dialogue.command(command), kDone, 9);
+  const std::string command = std::string(verb) + ":<" + address.c_str() + ">\r\n";
+  return dialogue.expect(dialogue.command(command), kDone, kRefused);
 }
 
 int offer_recipients(Dialogue& dialogue, const CSmtp::send_mail_t& mail) {
   for (const auto* list : {&mail.to, &mail.cc}) {
     for (const std::string& address : *list) {
       const int accepted = offer_address(dialogue, "RCPT To", address);
-      if (accepted != 0) return accepted;
+      if (accepted != kSuccess) return accepted;
     }
   }
-  return 0;
+  return kSuccess;
 }
 
-// Header, body and the zero byte that ends the text, in one piece.
-int send_text(int sock, const std::string& header, const CSmtp::send_mail_t& mail) {
-  const auto body_size = static_cast<std::size_t>(mail.body_len);
-  const std::size_t size = header.size() + body_size + 1;
-  const detail::Buffer block = detail::make_buffer(size);
-  if (!block) return 6;
-  header.copy(block.get(), header.size());
-  std::memcpy(block.get() + header.size(), mail.body, body_size);
-  int unused = 0;
-  return CSmtp::sendcmd(sock, block.get(), static_cast<int>(size), 0, nullptr, unused);
-}
+// The bytes of a mail: header, body and the zero byte that ends the text.
+class DataBlock {
+ public:
+  DataBlock(const std::string& header, const CSmtp::send_mail_t& mail)
+      : size_(header.size() + static_cast<std::size_t>(mail.body_len) + 1),
+        bytes_(make_buffer(size_)) {
+    if (!bytes_) return;
+    header.copy(bytes_.get(), header.size());
+    std::memcpy(bytes_.get() + header.size(), mail.body, size_ - 1 - header.size());
+  }
+
+  explicit operator bool() const { return bytes_ != nullptr; }
+  std::string_view bytes() const { return {bytes_.get(), size_}; }
+
+ private:
+  std::size_t size_;
+  Buffer bytes_;
+};
 
 // One session: the lock and the alarm action, the connection, the dialogue.
 template <class Dialog>
@@ -91,23 +101,23 @@ int run_session(const std::string& server, short port, const Dialog& dialog) {
     Bracket(const Bracket&) = delete;
     Bracket& operator=(const Bracket&) = delete;
     ~Bracket() {
-      if (begun == 0) CSmtp::destroy();
+      if (begun == kSuccess) CSmtp::destroy();
     }
   };
   const Bracket bracket;
-  if (bracket.begun != 0) return bracket.begun;
+  if (bracket.begun != kSuccess) return bracket.begun;
   int sock = -1;
   const int connected = CSmtp::connecttoserv(server, port, sock);
-  const detail::Fd owner(sock);
-  if (connected != 0) return connected;
-  return sock < 0 ? 3 : dialog(sock);
+  const Fd owner(sock);
+  if (connected != kSuccess) return connected;
+  return sock < 0 ? kBadSocket : dialog(sock);
 }
 
 }  // namespace
 
 int CSmtp::formatheader(send_mail_t& mail, std::string& header) {
-  const detail::Buffer date = detail::make_buffer(kDateRoom);
-  if (!date) return 6;
+  const Buffer date = make_buffer(kDateRoom);
+  if (!date) return kNoMemory;
   if (CTime::get_local_time_all(std::time(nullptr), date.get(), kDateRoom) == nullptr) {
     date[0] = '\0';
   }
@@ -116,47 +126,48 @@ int CSmtp::formatheader(send_mail_t& mail, std::string& header) {
   header += "To: " + joined(mail.to) + "\r\n";
   if (!mail.cc.empty()) header += "Cc: " + joined(mail.cc) + "\r\n";
   header += "Subject: " + mail.subject + "\r\n\r\n";
-  return 0;
+  return kSuccess;
 }
 
 int CSmtp::putmail(int sock, send_mail_t& mail) {
-  if (!is_complete(mail)) return 1;
+  if (!is_complete(mail)) return kBadArgument;
   std::string header;
   int result = formatheader(mail, header);
-  if (result != 0) return result;
+  if (result != kSuccess) return result;
+  const DataBlock block(header, mail);
   Dialogue dialogue(sock);
-  if (!dialogue.ready()) return 6;
+  if (!block || !dialogue.ready()) return kNoMemory;
 
   result = introduce(sock, dialogue, mail);
-  if (result == 0) result = offer_address(dialogue, "MAIL From", mail.from);
-  if (result == 0) result = offer_recipients(dialogue, mail);
-  if (result == 0) result = dialogue.command("DATA\r\n");
-  if (result == 0) result = send_text(sock, header, mail);
-  if (result == 0) result = dialogue.expect(dialogue.command("\r\n.\r\n"), kDone, 9);
-  if (result == 0) result = dialogue.command("QUIT\r\n");
+  if (result == kSuccess) result = offer_address(dialogue, "MAIL From", mail.from);
+  if (result == kSuccess) result = offer_recipients(dialogue, mail);
+  if (result == kSuccess) result = dialogue.command("DATA\r\n");
+  if (result == kSuccess && !send_all(sock, block.bytes())) result = kNotSent;
+  if (result == kSuccess) result = dialogue.expect(dialogue.command("\r\n.\r\n"), kDone, kRefused);
+  if (result == kSuccess) result = dialogue.command("QUIT\r\n");
   return result;
 }
 
 int CSmtp::test_valid(int sock, test_mail_t& account, char& flags) {
   Dialogue dialogue(sock);
-  if (!dialogue.ready()) return 6;
+  if (!dialogue.ready()) return kNoMemory;
   int result = introduce(sock, dialogue, account);
-  if (result != 0) return result;
+  if (result != kSuccess) return result;
   if (account.need_auth != 0) add_flag(flags, kAuthenticated);
   result = offer_address(dialogue, "MAIL From", account.from);
-  if (result != 0) return result;
+  if (result != kSuccess) return result;
   add_flag(flags, kSenderAccepted);
   return dialogue.command("QUIT\r\n");
 }
 
 int CSmtp::sendmail(send_mail_t& mail) {
-  if (!is_complete(mail)) return 1;
+  if (!is_complete(mail)) return kBadArgument;
   return run_session(mail.server, mail.port, [&](int sock) { return putmail(sock, mail); });
 }
 
 int CSmtp::testmail(test_mail_t& account, char& flags) {
   flags = 0;
-  if (!is_complete(account)) return 1;
+  if (!is_complete(account)) return kBadArgument;
   return run_session(account.server, account.port, [&](int sock) {
     add_flag(flags, kConnected);
     return test_valid(sock, account, flags);

@@ -1,8 +1,10 @@
-#include "mail/dialogue.h"
+#include "mail/CSmtp_dialogue.h"
 
 #include <algorithm>
 
-#include "mail/receive.h"
+#include "base/text.h"
+#include "mail/CSmtp_code.h"
+#include "mail/CSmtp_transport.h"
 #include "utility/CSmtp.h"
 
 namespace utility::detail {
@@ -16,14 +18,14 @@ int Dialogue::exchange(const std::string& text, int reply_mode) {
 }
 
 int Dialogue::expect(int sent, std::string_view code, int refusal) const noexcept {
-  if (sent != 0) return sent;
-  return std::string_view(buffer_.get()).substr(0, code.size()) == code ? 0 : refusal;
+  if (sent != kSuccess) return sent;
+  return begins_with(buffer_.get(), code) ? kSuccess : refusal;
 }
 
 int Dialogue::read_greeting() {
   const int readable = CSmtp::IsReadable(sock_, 3);
-  if (readable != 0) return readable;
-  return receive(sock_, buffer_.get(), kRoom, 0) < 0 ? 8 : 0;
+  if (readable != kSuccess) return readable;
+  return receive(sock_, buffer_.get(), kRoom) < 0 ? kNotReceived : kSuccess;
 }
 
 }  // namespace utility::detail
