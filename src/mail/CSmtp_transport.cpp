@@ -148,7 +148,12 @@ int CSmtp::connect_timeout(int sock, sockaddr* address, unsigned int len, int se
 
   const Connection connection = connect_within(sock, address, len, seconds);
 
+  // An alarm that no thread has taken yet must not reach the action that the session restores,
+  // which may be to end the process.
+  ::pthread_sigmask(SIG_BLOCK, &alarm_only, nullptr);
   ::alarm(0);
+  const timespec at_once{};
+  ::sigtimedwait(&alarm_only, nullptr, &at_once);
   ::pthread_sigmask(SIG_SETMASK, &caller_mask, nullptr);
   if (connection == Connection::kMade) return kSuccess;
   // Without a limit no time is ever left.
