@@ -5,8 +5,27 @@
 #include <string_view>
 
 #include "base/handles.h"
+#include "mail/CSmtp_code.h"
 
 namespace utility::detail {
+
+/// Sends all of `bytes`; false where the server takes nothing for 15 s, or is gone. Signals do not
+/// lengthen the wait.
+bool send_all(int sock, std::string_view bytes) noexcept;
+
+/// What a command takes of `text`, as "%s" does.
+inline std::string before_nul(const std::string& text) {
+  return text.substr(0, text.find('\0'));
+}
+
+/// What a reply must begin with, and the result where it does not.
+struct Wanted {
+  std::string_view code;
+  SmtpCode refusal;
+};
+constexpr Wanted kAnything{"", kSuccess};
+constexpr Wanted kReply250{"250", kRefused};
+constexpr Wanted kReply235{"235", kNotAuthenticated};
 
 /// The commands and replies of one SMTP connection, in one buffer.
 class Dialogue {
@@ -19,23 +38,17 @@ class Dialogue {
   /// False without memory for the buffer; nothing else may be called then.
   bool ready() const noexcept { return buffer_ != nullptr; }
 
-  /// Sends `text`, cut to what fits, and reads once. Returns the code of CSmtp::sendcmd.
-  int command(const std::string& text) { return exchange(text, 1); }
-  /// The same, reading until the server falls silent.
-  int command_gathering(const std::string& text) { return exchange(text, 2); }
+  /// Waits up to 3 s for the server's greeting and reads it: 0, 8, 17 or 18.
+  int read_greeting();
 
-  /// `sent` where that is a failure, 0 when the reply in hand begins with `code`, else `refusal`.
-  int expect(int sent, std::string_view code, int refusal) const noexcept;
+  /// Sends `command`, cut to what fits, and reads the reply as `reply_mode` of CSmtp::sendcmd says.
+  /// Returns the code of that, or the refusal of `wanted`.
+  int say(const std::string& command, const Wanted& wanted = kAnything, int reply_mode = 1);
 
   /// The reply in hand, NUL-terminated.
   char* reply() noexcept { return buffer_.get(); }
 
-  /// Waits up to 3 s for the server's greeting and reads it: 0, 8, 17 or 18.
-  int read_greeting();
-
  private:
-  int exchange(const std::string& text, int reply_mode);
-
   int sock_;
   Buffer buffer_;
 };

@@ -5,17 +5,14 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdint>
 #include <cstring>
 
 #include "base/database_entry.h"
 #include "base/io.h"
-#include "mail/CSmtp_code.h"
-#include "mail/CSmtp_transport.h"
+#include "mail/CSmtp_dialogue.h"
 #include "utility/CSmtp.h"
 
 namespace utility {
@@ -42,10 +39,8 @@ bool resolve_host(const std::string& host, in_addr& address) {
 
 // In network order.
 bool resolve_port(short port, in_port_t& number) {
-  if (port >= 1) {
-    number = htons(static_cast<std::uint16_t>(port));
-    return true;
-  }
+  number = htons(static_cast<in_port_t>(port));
+  if (port >= 1) return true;
   const DatabaseEntry<servent> entry(
       [](auto... out) { return ::getservbyname_r("smtp", nullptr, out...); });
   if (entry) number = static_cast<in_port_t>(entry->s_port);
@@ -58,29 +53,22 @@ int milliseconds(long seconds) {
   return seconds < 0 ? -1 : static_cast<int>(std::min(seconds, kLongest)) * 1000;
 }
 
-enum class Connection { kMade, kFailed, kTimedOut };
+// Connects a socket that does not block; gives up `seconds` from now, never when that is below 1.
+int connect_within(int sock, const sockaddr* address, socklen_t len, int seconds) {
+  if (::connect(sock, address, len) == 0) return kSuccess;
+  if (errno != EINPROGRESS) return kNotConnected;
+  const int ready = wait_for_events(sock, POLLOUT, milliseconds(seconds < 1 ? -1 : seconds));
+  if (ready == 0) return kConnectTimedOut;
+  int error = 0;
+  socklen_t size = sizeof error;
+  const bool is_known = ready > 0 && ::getsockopt(sock, SOL_SOCKET, SO_ERROR, &error, &size) == 0;
+  return is_known && error == 0 ? kSuccess : kNotConnected;
+}
 
-// connect(2), given up `seconds` from now; without a limit when that is below 1.
-Connection connect_within(int sock, const sockaddr* address, socklen_t len, int seconds) {
-  const int flags = ::fcntl(sock, F_GETFL);
-  if (flags < 0 || ::fcntl(sock, F_SETFL, flags | O_NONBLOCK) != 0) return Connection::kFailed;
-  Connection connection = Connection::kMade;
-  if (::connect(sock, address, len) != 0) {
-    int ready = -1;
-    if (errno == EINPROGRESS) {
-      ready = wait_for_events(sock, POLLOUT, milliseconds(seconds < 1 ? -1 : seconds));
-    }
-    int error = 0;
-    socklen_t size = sizeof error;
-    if (ready == 0) {
-      connection = Connection::kTimedOut;
-    } else if (ready < 0 || ::getsockopt(sock, SOL_SOCKET, SO_ERROR, &error, &size) != 0 ||
-               error != 0) {
-      connection = Connection::kFailed;
-    }
-  }
-  ::fcntl(sock, F_SETFL, flags);
-  return connection;
+// One recv(2), for which the server has 5 minutes; a negative count means that it failed.
+ssize_t receive(int sock, char* buffer, std::size_t size) {
+  if (wait_for_events(sock, POLLIN, kReplyMs) < 1) return -1;
+  return retry([=] { return ::recv(sock, buffer, size, MSG_DONTWAIT); });
 }
 
 }  // namespace
@@ -96,11 +84,6 @@ bool detail::send_all(int sock, std::string_view bytes) noexcept {
     }
   }
   return true;
-}
-
-long detail::receive(int sock, char* buffer, std::size_t size) noexcept {
-  if (wait_for_events(sock, POLLIN, kReplyMs) < 1) return -1;
-  return retry([=] { return ::recv(sock, buffer, size, MSG_DONTWAIT); });
 }
 
 std::mutex CSmtp::m_mutex;
@@ -130,8 +113,9 @@ int CSmtp::connecttoserv(std::string host, short port, int& sock) {
   sock = created;
   sockaddr_in address{};
   address.sin_family = AF_INET;
-  if (!resolve_host(host, address.sin_addr)) return kNotResolved;
-  if (!resolve_port(port, address.sin_port)) return kNotResolved;
+  if (!resolve_host(host, address.sin_addr) || !resolve_port(port, address.sin_port)) {
+    return kNotResolved;
+  }
   return connect_timeout(sock, reinterpret_cast<sockaddr*>(&address), sizeof address,
                          kConnectSeconds);
 }
@@ -139,15 +123,17 @@ int CSmtp::connecttoserv(std::string host, short port, int& sock) {
 int CSmtp::connect_timeout(int sock, sockaddr* address, unsigned int len, int seconds) {
   // The alarm goes to the process: any thread may take it, and so may any handler of the caller's
   // interrupt this one. What ends the wait is therefore its own deadline.
-  sigset_t alarm_only;
-  sigset_t caller_mask;
+  sigset_t alarm_only, caller_mask;
   sigemptyset(&alarm_only);
   sigaddset(&alarm_only, SIGALRM);
   ::pthread_sigmask(SIG_UNBLOCK, &alarm_only, &caller_mask);
   ::alarm(static_cast<unsigned>(seconds));
+  const int flags = ::fcntl(sock, F_GETFL);
+  ::fcntl(sock, F_SETFL, flags | O_NONBLOCK);
 
-  const Connection connection = connect_within(sock, address, len, seconds);
+  const int result = connect_within(sock, address, len, seconds);
 
+  ::fcntl(sock, F_SETFL, flags);
   // An alarm that no thread has taken yet must not reach the action that the session restores,
   // which may be to end the process.
   ::pthread_sigmask(SIG_BLOCK, &alarm_only, nullptr);
@@ -155,9 +141,8 @@ int CSmtp::connect_timeout(int sock, sockaddr* address, unsigned int len, int se
   const timespec at_once{};
   ::sigtimedwait(&alarm_only, nullptr, &at_once);
   ::pthread_sigmask(SIG_SETMASK, &caller_mask, nullptr);
-  if (connection == Connection::kMade) return kSuccess;
   // Without a limit no time is ever left.
-  return connection == Connection::kTimedOut || seconds == 0 ? kConnectTimedOut : kNotConnected;
+  return result == kNotConnected && seconds == 0 ? kConnectTimedOut : result;
 }
 
 int CSmtp::IsReadable(int sock, long seconds) {
