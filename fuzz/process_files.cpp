@@ -13,8 +13,8 @@
 #include "base/line_reader.h"
 #include "check.h"
 #include "lines.h"
-#include "proc/codes.h"
-#include "proc/proc_text.h"
+#include "proc/CUnixProc_code.h"
+#include "proc/CUnixProc_text.h"
 #include "utility/CUnixProc.h"
 
 using namespace utility;

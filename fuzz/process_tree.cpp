@@ -21,7 +21,7 @@
 #include "base/handles.h"
 #include "check.h"
 #include "lines.h"
-#include "proc/process_reader.h"
+#include "proc/ProcessReader.h"
 #include "scratch.h"
 #include "utility/CMemInfo.h"
 #include "utility/CUnixProc.h"

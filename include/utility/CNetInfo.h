@@ -14,6 +14,19 @@ namespace utility {
 /// /proc/net/dev. Interface names are at most 15 bytes; of a longer name the first 15 are looked
 /// up.
 ///
+/// | Code | Meaning |
+/// |---|---|
+/// | 0 | done |
+/// | -1 | sockets: a line does not parse, or a table cannot be opened |
+/// | 1 | an empty interface name |
+/// | 2 | the socket for the request could not be opened |
+/// | 3 | memory could not be had |
+/// | 4 | the request failed: no such interface, no IPv4 address, ... |
+/// | 5 | /proc/net/dev could not be opened |
+/// | 6 | reading /proc/net/dev failed |
+/// | 7 | the interface is not listed in /proc/net/dev |
+/// | 16 | there is no socket |
+///
 /// Nothing is kept between calls: every operation may run on any number of threads at once.
 class UTILITY_API CNetInfo {
  public:
@@ -73,8 +86,8 @@ class UTILITY_API CNetInfo {
   ///
   /// @param row    the table.
   /// @param infos  receives the records; appended to, never cleared.
-  /// @return 0, or -1 when the file cannot be opened (or there is no memory to read it). On failure
-  ///         `infos` is untouched. Where reading fails half-way the records so far stay, with 0.
+  /// @return 0, or -1 when the file cannot be opened or is no regular file. On failure `infos` is
+  ///         untouched. Where reading fails half-way the records so far stay, with 0.
   static int resolve_netlink_file(const NetLinkResolve& row, std::vector<NetLinkInfo>& infos);
 
   /// Appends all TCP and UDP sockets of the caller's network namespace.
@@ -109,16 +122,6 @@ class UTILITY_API CNetInfo {
     std::uint64_t tx_bytes = 0;   ///< bytes sent.
     std::int64_t tx_errors = 0;   ///< send errors.
   };
-
-  // Result codes of the interface operations:
-  //   0  success
-  //   1  empty interface name (get_net_stat)
-  //   2  the socket could not be opened
-  //   3  memory could not be had
-  //   4  the request failed: no such interface, no IPv4 address, ...
-  //   5  /proc/net/dev could not be opened
-  //   6  read error on /proc/net/dev
-  //   7  the interface is not listed in /proc/net/dev
 
   /// Appends the names of the interfaces that have an IPv4 address, in kernel order.
   ///
@@ -161,14 +164,14 @@ class UTILITY_API CNetInfo {
 
   /// Reads the first six bytes of an interface's hardware address, as "00:1a:2b:3c:4d:5e".
   ///
-  /// @return 0, 2, 3 or 4. On failure `macaddr` is untouched.
+  /// @return 0, 2 or 4. On failure `macaddr` is untouched.
   /// Source: SIOCGIFHWADDR.
   static int get_macaddr(const std::string& name, std::string& macaddr);
 
   /// Fills all fields of `info` but its name, in the order addr, flags, macaddr, broadaddr,
   /// netmask, mtu.
   ///
-  /// @return 0, 2, 3 or 4. On failure `info` keeps what was filled before the failing step.
+  /// @return 0, 2 or 4. On failure `info` keeps what was filled before the failing step.
   /// Source: the requests named at the single operations.
   static int get_net_info(const std::string& name, net_interface& info);
 
@@ -177,7 +180,7 @@ class UTILITY_API CNetInfo {
   /// @param name  the whole name; a part of one is not found. Labels of further addresses
   ///              ("eth0:1") have no counters.
   /// @param stat  receives the counters.
-  /// @return 0, 1, 3, 5, 6 or 7. On failure `stat` is untouched.
+  /// @return 0, 1, 5, 6 or 7. On failure `stat` is untouched.
   /// Source: /proc/net/dev, proc(5).
   static int get_net_stat(const std::string& name, NetStat& stat);
 };

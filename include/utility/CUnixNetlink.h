@@ -9,6 +9,13 @@ namespace utility {
 
 /// The host's TCP and UDP sockets, ports as numbers.
 ///
+/// | Code | Meaning |
+/// |---|---|
+/// | 0 | done |
+/// | 1 | an IPv4 line does not parse |
+/// | 2 | an IPv6 line does not parse |
+/// | 3 | a table cannot be opened |
+///
 /// Nothing is kept between calls: every operation may run on any number of threads at once.
 class UTILITY_API CUnixNetlink {
  public:
@@ -63,8 +70,8 @@ class UTILITY_API CUnixNetlink {
   ///
   /// @param row    the table.
   /// @param infos  receives the records; appended to, never cleared.
-  /// @return 0, or 3 when the file cannot be opened (or there is no memory to read it). On failure
-  ///         `infos` is untouched. Where reading fails half-way the records so far stay, with 0.
+  /// @return 0, or 3 when the file cannot be opened or is no regular file. On failure `infos` is
+  ///         untouched. Where reading fails half-way the records so far stay, with 0.
   static int resolve_netlink_file(const NetLinkResolve& row, std::vector<NetLinkInfo>& infos);
 
   /// Appends all TCP and UDP sockets of the caller's network namespace.

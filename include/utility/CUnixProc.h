@@ -89,7 +89,8 @@ class UTILITY_API CUnixProc {
 
   /// Calls `callback` with every process, in the order of /proc.
   ///
-  /// Processes that vanish while they are read are passed on too, see `get_proc_data`.
+  /// Processes that vanish while they are read are passed on too, see `get_proc_data`. A null
+  /// callback is not called.
   ///
   ///     int count(const CUnixProc::UnixProcData&, void* ctx) {
   ///       ++*static_cast<int*>(ctx);
@@ -98,7 +99,7 @@ class UTILITY_API CUnixProc {
   ///     int processes = 0;
   ///     CUnixProc::get_all_proc_data(count, &processes);
   ///
-  /// @return 0; 1 for a null callback; 5 when /proc cannot be opened; 13 when the callback asked to
+  /// @return 0; 5 when /proc cannot be opened; 13 when the callback asked to
   ///         stop; a code of `get_proc_data`, which ends the walk at the process that gave it.
   /// Source: the entries of /proc that read as a number, and what `get_proc_data` reads.
   static int get_all_proc_data(EnumCallback callback, void* ctx);
@@ -109,27 +110,27 @@ class UTILITY_API CUnixProc {
   /// Reads the parent and the start time from a stat file.
   ///
   /// The fields are separated by white space only, so a process name that holds a blank shifts
-  /// them. Where a field does not read as a number, the parent (unless read by then) and the clock
-  /// ticks count as 0. A second has 100 ticks.
+  /// them. Where a field does not read as a number, the parent (unless read by then) is left alone
+  /// and the clock ticks count as 0. A second has 100 ticks.
   ///
   /// @param stat_path   such as "/proc/1/stat".
   /// @param ppid        receives the parent's process id.
   /// @param start_time  receives the start in seconds since the epoch.
   /// @return 0; 1 for an empty path; 12; or a code of `get_boottime`, where `start_time` is
-  ///         untouched and `ppid` filled. On 1 and 12 both are untouched.
+  ///         untouched and `ppid` read. On 1 and 12 both are untouched.
   static int get_info(std::string stat_path, int& ppid, long& start_time);
 
   /// Reads when the host was started, in seconds since the epoch.
   ///
-  /// @return 0, also without a "btime" line, where `boot_time` is untouched; 7; 9; 12. On failure
+  /// @return 0, also without a "btime" line, where `boot_time` is untouched; 9; 12. On failure
   ///         `boot_time` is untouched.
   /// Source: /proc/stat.
   static int get_boottime(long& boot_time);
 
   /// Reads the real user id from a status file.
   ///
-  /// @return 0, also without a "Uid:" line, where `uid` is untouched; 1 for an empty path; 7; 9;
-  ///         12. On failure `uid` is untouched.
+  /// @return 0, also without a "Uid:" line, where `uid` is untouched; 1 for an empty path; 9; 12.
+  ///         On failure `uid` is untouched.
   static int get_uid(const std::string& status_path, unsigned int& uid);
 
   /// The same for the real group id and the "Gid:" line.
@@ -170,7 +171,7 @@ class UTILITY_API CUnixProc {
   /// reported by its own path where the process calls itself by it, and a path that holds a "0" or
   /// an "x" through the link. The kernel adds " (deleted)" to the target of a removed file.
   ///
-  /// @return 0; 7; 10 when it comes to the link and that cannot be read; 12 when the cmdline file
+  /// @return 0; 10 when it comes to the link and that cannot be read; 12 when the cmdline file
   ///         cannot be opened. On failure `path` is untouched.
   static int get_proc_name_ext(const std::string& cmdline_path, const std::string& exe_path,
                                std::string& path);
@@ -238,8 +239,8 @@ class UTILITY_API CUnixProc {
   static int kill_proc(int pid);
 
   /// Kills every process that matches `key`, again and again until a walk over the table finds
-  /// none that is more than a zombie. What was restarted by then is killed too; what is restarted
-  /// later lives on, so a supervisor is best killed first.
+  /// none: what is restarted meanwhile is killed too. Zombies match as well and cannot be killed;
+  /// where nothing but zombies has matched for 2 s, it is taken that nothing follows them.
   ///
   /// A key that names an existing file matches as in `filter_procs_by_pathname`, another as in
   /// `filter_procs_by_procname`. Mind that the caller itself may match, that short paths such as

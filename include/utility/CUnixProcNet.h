@@ -13,6 +13,17 @@ namespace utility {
 /// is matched against the tables that it sees itself. Nothing is kept between calls: every
 /// operation may run on any number of threads at once.
 ///
+/// | Code | Meaning |
+/// |---|---|
+/// | 0 | done |
+/// | 1 | no descriptor directory was given |
+/// | 2 | the process holds no socket |
+/// | 3 | a table cannot be opened |
+/// | 4 | a directory cannot be opened |
+/// | 5 | the link cannot be read |
+/// | 6 | an IPv4 line does not parse |
+/// | 7 | an IPv6 line does not parse |
+///
 ///     std::vector<utility::CUnixProcNet::ProcNetInfo> sockets;
 ///     if (utility::CUnixProcNet::get_proc_net_info(sockets) == 0) { ... }
 class UTILITY_API CUnixProcNet {
@@ -85,8 +96,8 @@ class UTILITY_API CUnixProcNet {
   ///
   /// @param row    the table.
   /// @param infos  receives the records; appended to, never cleared.
-  /// @return 0, or 3 when the file cannot be opened (or there is no memory to read it). On failure
-  ///         `infos` is untouched. Where reading fails half-way the records so far stay, with 0.
+  /// @return 0, or 3 when the file cannot be opened or is no regular file. On failure `infos` is
+  ///         untouched. Where reading fails half-way the records so far stay, with 0.
   static int resolve_net_file(const NetResolve& row, std::vector<NetInfo>& infos);
 
   /// Appends the sockets of all tables below `root`. Unreadable tables are passed over.
@@ -140,8 +151,9 @@ class UTILITY_API CUnixProcNet {
   /// Appends every TCP and UDP socket that a process holds, once for each holder and descriptor.
   ///
   /// A process is matched against the tables below its own root directory; each distinct root is
-  /// read once. Processes that vanish, have no socket or may not be examined (other users', without
-  /// privilege) are passed over.
+  /// read once. Below another root than "/" only tables of the kernel's own are taken: whoever
+  /// lives there may have put any file in their place. Processes that vanish, have no socket or may
+  /// not be examined (other users', without privilege) are passed over.
   ///
   /// @param out  receives the records in the order of the /proc listing, then of the descriptors,
   ///             then of the tables; appended to, never cleared.

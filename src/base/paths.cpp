@@ -18,6 +18,11 @@ bool exists_itself(const char* path) noexcept {
   return exists(path) || (::lstat(or_empty(path), &status) == 0 && S_ISLNK(status.st_mode));
 }
 
+bool is_regular_file(const char* path) noexcept {
+  struct stat status {};
+  return ::stat(path, &status) == 0 && S_ISREG(status.st_mode);
+}
+
 bool read_link_at(int dir, const char* path, std::size_t limit, std::string& target) {
   std::array<char, 4096> buffer;
   const ssize_t length = ::readlinkat(dir, path, buffer.data(), std::min(limit, buffer.size()));

@@ -17,6 +17,9 @@ bool exists(const char* path) noexcept;
 /// The same, but a dangling link exists too.
 bool exists_itself(const char* path) noexcept;
 
+/// True when `path` is a regular file, links followed.
+bool is_regular_file(const char* path) noexcept;
+
 /// Reads the link `path`, relative to the open directory `dir` (AT_FDCWD for the caller's).
 ///
 /// At most `limit` bytes of the target are kept; `limit` is at most 4096. False, with errno set and

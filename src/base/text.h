@@ -21,6 +21,10 @@ inline bool begins_with(std::string_view text, std::string_view prefix) noexcept
   return text.substr(0, prefix.size()) == prefix;
 }
 
+inline bool ends_with(std::string_view text, std::string_view suffix) noexcept {
+  return text.size() >= suffix.size() && text.substr(text.size() - suffix.size()) == suffix;
+}
+
 inline bool contains(std::string_view text, std::string_view part) noexcept {
   return text.find(part) != std::string_view::npos;
 }

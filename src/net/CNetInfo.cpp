@@ -7,9 +7,12 @@ namespace utility {
 namespace {
 
 constexpr char kListening[] = "LISTEN";
-constexpr int kNoLine = -1;
-constexpr int kCannotOpen = -1;
-constexpr int kNoSocket = 16;
+enum Code : int {
+  kDone = 0,
+  kNoLine = -1,
+  kCannotOpen = -1,
+  kNoSocket = 16,
+};
 
 constexpr auto kNetlinkFiles = detail::socket_rows<CNetInfo::NetLinkResolve>(
     CNetInfo::resolve_v4_data, CNetInfo::resolve_v6_data);
@@ -29,22 +32,23 @@ std::string CNetInfo::addr2str(int family, const void* address) {
 }
 
 int CNetInfo::resolve_v4_data(const char* line, NetLinkInfo& info) {
-  return detail::resolve_line(AF_INET, line, kListening, info) ? 0 : kNoLine;
+  return detail::resolve_line(AF_INET, line, kListening, info) ? kDone : kNoLine;
 }
 
 int CNetInfo::resolve_v6_data(const char* line, NetLinkInfo& info) {
-  return detail::resolve_line(AF_INET6, line, kListening, info) ? 0 : kNoLine;
+  return detail::resolve_line(AF_INET6, line, kListening, info) ? kDone : kNoLine;
 }
 
 int CNetInfo::resolve_netlink_file(const NetLinkResolve& row, std::vector<NetLinkInfo>& infos) {
-  return detail::read_socket_file<detail::TrimmedLine>(row.file, row, kCannotOpen, infos);
+  return detail::read_socket_file<detail::TrimmedLine>(detail::open_table(row.file), row,
+                                                       kCannotOpen, infos);
 }
 
 int CNetInfo::get_all_netlink_info(std::vector<NetLinkInfo>& infos) {
   for (const NetLinkResolve& row : kNetlinkFiles) {
     if (detail::exists(row.file)) resolve_netlink_file(row, infos);
   }
-  return infos.empty() ? kNoSocket : 0;
+  return infos.empty() ? kNoSocket : kDone;
 }
 
 }  // namespace utility

@@ -7,9 +7,12 @@ namespace utility {
 namespace {
 
 constexpr char kListening[] = "LISTEN";
-constexpr int kNoV4Line = 1;
-constexpr int kNoV6Line = 2;
-constexpr int kCannotOpen = 3;
+enum Code : int {
+  kDone = 0,
+  kNoV4Line = 1,
+  kNoV6Line = 2,
+  kCannotOpen = 3,
+};
 
 }  // namespace
 
@@ -22,15 +25,16 @@ std::string CUnixNetlink::addr2str(int family, const void* address) {
 }
 
 int CUnixNetlink::resolve_v4_data(const char* line, NetLinkInfo& info) {
-  return detail::resolve_line(AF_INET, line, kListening, info) ? 0 : kNoV4Line;
+  return detail::resolve_line(AF_INET, line, kListening, info) ? kDone : kNoV4Line;
 }
 
 int CUnixNetlink::resolve_v6_data(const char* line, NetLinkInfo& info) {
-  return detail::resolve_line(AF_INET6, line, kListening, info) ? 0 : kNoV6Line;
+  return detail::resolve_line(AF_INET6, line, kListening, info) ? kDone : kNoV6Line;
 }
 
 int CUnixNetlink::resolve_netlink_file(const NetLinkResolve& row, std::vector<NetLinkInfo>& infos) {
-  return detail::read_socket_file<detail::TrimmedLine>(row.file, row, kCannotOpen, infos);
+  return detail::read_socket_file<detail::TrimmedLine>(detail::open_table(row.file), row,
+                                                       kCannotOpen, infos);
 }
 
 int CUnixNetlink::get_all_netlink_infos(std::vector<NetLinkInfo>& infos) {
@@ -39,9 +43,9 @@ int CUnixNetlink::get_all_netlink_infos(std::vector<NetLinkInfo>& infos) {
   for (const NetLinkResolve& row : netlink_files) {
     if (!detail::exists(row.file)) continue;
     const int code = resolve_netlink_file(row, infos);
-    if (code != 0) return code;
+    if (code != kDone) return code;
   }
-  return 0;
+  return kDone;
 }
 
 }  // namespace utility

@@ -22,13 +22,16 @@ using ProcNetInfo = CUnixProcNet::ProcNetInfo;
 constexpr char kListening[] = "LISTENING";
 constexpr std::size_t kPathLimit = 1024;
 
-constexpr int kNoDirectory = 1;
-constexpr int kNoSocket = 2;
-constexpr int kCannotOpenTable = 3;
-constexpr int kCannotOpenDirectory = 4;
-constexpr int kCannotReadLink = 5;
-constexpr int kNoV4Line = 6;
-constexpr int kNoV6Line = 7;
+enum Code : int {
+  kDone = 0,
+  kNoDirectory = 1,
+  kNoSocket = 2,
+  kCannotOpenTable = 3,
+  kCannotOpenDirectory = 4,
+  kCannotReadLink = 5,
+  kNoV4Line = 6,
+  kNoV6Line = 7,
+};
 
 // Finds socket records by inode, those of one inode in their own order. On a busy host there are
 // tens of thousands of records, and as many descriptors that ask for one.
@@ -61,7 +64,13 @@ class InodeIndex {
   std::vector<std::size_t> next_;
 };
 
-// The sockets seen below one root directory.
+int read_table(const detail::Fd& table, const CUnixProcNet::NetResolve& row,
+               std::vector<NetInfo>& infos) {
+  return detail::read_socket_file<detail::LineWithoutFeed>(table, row, kCannotOpenTable, infos);
+}
+
+// The sockets seen below one root directory. Below another than the host's, whoever lives there may
+// have put anything in the place of a table: only the kernel's own are taken.
 class RootSockets {
  public:
   explicit RootSockets(const std::string& root) : nets_(read(root)), index_(nets_) {}
@@ -73,7 +82,15 @@ class RootSockets {
  private:
   static std::vector<NetInfo> read(const std::string& root) {
     std::vector<NetInfo> nets;
-    CUnixProcNet::get_net_info(root, nets);
+    std::vector<CUnixProcNet::NetResolve> files;
+    CUnixProcNet::init_net_file(root, files);
+    for (const auto& file : files) {
+      const char* const path = file.file.c_str();
+      const detail::Fd table = detail::open_table(path);
+      if (root == "/" || (table && detail::is_kernel_table(table, path))) {
+        read_table(table, file, nets);
+      }
+    }
     return nets;
   }
 
@@ -116,10 +133,10 @@ void append_socket_inodes(detail::DirWalk& fds, Examine examine,
 }
 
 int read_link(int dir, const char* path, std::string& target) {
-  if (detail::read_link_at(dir, path, kPathLimit, target)) return 0;
+  if (detail::read_link_at(dir, path, kPathLimit, target)) return kDone;
   if (errno != EACCES) return kCannotReadLink;
   target = "/";
-  return 0;
+  return kDone;
 }
 
 }  // namespace
@@ -133,11 +150,11 @@ std::string CUnixProcNet::addr2str(int family, const void* address) {
 }
 
 int CUnixProcNet::resolve_v4_data(const char* line, NetInfo& info) {
-  return detail::resolve_line(AF_INET, line, kListening, info) ? 0 : kNoV4Line;
+  return detail::resolve_line(AF_INET, line, kListening, info) ? kDone : kNoV4Line;
 }
 
 int CUnixProcNet::resolve_v6_data(const char* line, NetInfo& info) {
-  return detail::resolve_line(AF_INET6, line, kListening, info) ? 0 : kNoV6Line;
+  return detail::resolve_line(AF_INET6, line, kListening, info) ? kDone : kNoV6Line;
 }
 
 void CUnixProcNet::init_net_file(const std::string& root, std::vector<NetResolve>& files) {
@@ -150,15 +167,14 @@ void CUnixProcNet::init_net_file(const std::string& root, std::vector<NetResolve
 }
 
 int CUnixProcNet::resolve_net_file(const NetResolve& row, std::vector<NetInfo>& infos) {
-  return detail::read_socket_file<detail::LineWithoutFeed>(row.file.c_str(), row, kCannotOpenTable,
-                                                           infos);
+  return read_table(detail::open_table(row.file.c_str()), row, infos);
 }
 
 int CUnixProcNet::get_net_info(const std::string& root, std::vector<NetInfo>& infos) {
   std::vector<NetResolve> files;
   init_net_file(root, files);
   for (const NetResolve& file : files) resolve_net_file(file, infos);
-  return 0;
+  return kDone;
 }
 
 bool CUnixProcNet::is_proc_info_dir(const char* name) {
@@ -185,7 +201,7 @@ int CUnixProcNet::get_proc_socket_inodes(const char* fd_dir, std::vector<unsigne
         return ::stat(make_proc_path(fd_dir, name, nullptr).c_str(), &status);
       },
       inodes);
-  return inodes.empty() ? kNoSocket : 0;
+  return inodes.empty() ? kNoSocket : kDone;
 }
 
 void CUnixProcNet::relation_proc_net(const char* pid, const std::vector<unsigned long>& inodes,
@@ -214,11 +230,11 @@ int CUnixProcNet::get_proc_net_info(std::vector<ProcNetInfo>& out) {
         [&fds](const char* fd, struct stat& status) { return ::fstatat(fds.fd(), fd, &status, 0); },
         inodes);
     if (inodes.empty()) continue;
-    if (read_link(procs.fd(), (name + "/root").c_str(), root) != 0) continue;
+    if (read_link(procs.fd(), (name + "/root").c_str(), root) != kDone) continue;
     find_matches(procs.pid(), inodes, roots.try_emplace(root, root).first->second.index(), matches);
   }
   append_records(matches, out);
-  return 0;
+  return kDone;
 }
 
 }  // namespace utility

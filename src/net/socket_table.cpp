@@ -1,8 +1,16 @@
 #include "net/socket_table.h"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/stat.h>
+#include <sys/vfs.h>
 
 #include <charconv>
+#include <cstdio>
+
+#include "base/paths.h"
+#include "base/text.h"
 
 namespace utility::detail {
 namespace {
@@ -76,6 +84,23 @@ std::string ipv4_text(const unsigned char* bytes) {
 }
 
 }  // namespace
+
+Fd open_table(const char* path) noexcept {
+  Fd table(retry([path] { return ::open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC); }));
+  struct stat status {};
+  if (table && (::fstat(table.get(), &status) != 0 || !S_ISREG(status.st_mode))) table.reset();
+  return table;
+}
+
+// Which file of the kernel it is matters too: reading its log or its memory is another matter.
+bool is_kernel_table(const Fd& table, const char* path) {
+  struct statfs system {};
+  if (::fstatfs(table.get(), &system) != 0 || system.f_type != PROC_SUPER_MAGIC) return false;
+  const std::string link = "/proc/self/fd/" + std::to_string(table.get());
+  const std::string name = std::string("/net").append(std::strrchr(path, '/'));
+  std::string target;
+  return read_link_at(AT_FDCWD, link.c_str(), 4096, target) && ends_with(target, name);
+}
 
 bool scan_by_format(int family, const char* line, SocketLine& socket) noexcept {
   Unkept unkept;

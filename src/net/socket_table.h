@@ -4,14 +4,12 @@
 
 #include <array>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "base/handles.h"
-#include "base/line_reader.h"
+#include "base/io.h"
 #include "utility/CStr.h"
 
 // The kernel's socket tables, read once for the three classes that list them. Their records differ
@@ -90,8 +88,8 @@ bool resolve_line(int family, const char* line, const char* listening, Record& r
 /// Prepares a line for parsing: white space at both ends goes.
 struct TrimmedLine {
   std::string text;
-  const char* operator()(LineReader& reader) {
-    text = reader.text();
+  const char* operator()(LineSource& lines) {
+    text = lines.text();
     CStr::trim(text);
     return text.c_str();
   }
@@ -99,35 +97,36 @@ struct TrimmedLine {
 
 /// Prepares a line for parsing: its line feed goes, nothing else.
 struct LineWithoutFeed {
-  const char* operator()(LineReader& reader) const {
-    char* text = reader.text();
+  const char* operator()(LineSource& lines) const {
+    char* text = lines.text();
     const std::size_t length = std::strlen(text);
     if (length > 0 && text[length - 1] == '\n') text[length - 1] = '\0';
     return text;
   }
 };
 
-/// Appends a record for every line of the table `file` that `row.resolve` takes.
+/// Opens a table: a regular file, as the kernel's are, so that nothing else can hold its reader up.
+Fd open_table(const char* path) noexcept;
+
+/// True when the open `table` is one of the kernel's own, whatever path led there.
+bool is_kernel_table(const Fd& table, const char* path);
+
+/// No table is read beyond this: about a million sockets.
+inline constexpr std::size_t kMostTableBytes = std::size_t{256} << 20;
+
+/// Appends a record for every line of `table` that `row.resolve` takes.
 ///
-/// @param cannot_open  returned when the file cannot be opened, or a line buffer cannot be had.
+/// @param cannot_open  returned when there is no table.
 /// @return 0 at the end of the file, or where reading it failed.
 template <class Prepare, class Row, class Record>
-int read_socket_file(const char* file, const Row& row, int cannot_open, std::vector<Record>& out) {
-  // The kernel hands out a page of lines at a time; stdio's own buffer would ask for a quarter.
-  std::array<char, 4096> block;
-  const File stream = open_file(file, "re");
-  if (!stream) return cannot_open;
-  std::setvbuf(stream.get(), block.data(), _IOFBF, block.size());
-
-  constexpr std::size_t kLineBuffer = 1025;  // with its NUL: longer lines come in pieces of 1024
-  LineReader reader(stream.get(), kLineBuffer);
-  if (!reader.ready()) return cannot_open;
-  if (!reader.next()) return 0;  // the column header
-
+int read_socket_file(const Fd& table, const Row& row, int cannot_open, std::vector<Record>& out) {
+  if (!table) return cannot_open;
+  Lines<1025> lines(table.get());  // with its NUL: longer lines come in pieces of 1024
+  lines.next();                    // the column header
   Prepare prepare;
-  while (reader.next()) {
+  while (lines.consumed() < kMostTableBytes && lines.next()) {
     Record record{};
-    if (row.resolve(prepare(reader), record) != 0) continue;
+    if (row.resolve(prepare(lines), record) != 0) continue;
     record.protocol = row.protocol;
     out.push_back(std::move(record));
   }

@@ -7,58 +7,48 @@
 #include <cstring>
 #include <string_view>
 
+#include "base/callback.h"
 #include "base/dir_walk.h"
-#include "base/handles.h"
-#include "base/line_reader.h"
+#include "base/io.h"
 #include "base/paths.h"
-#include "proc/codes.h"
-#include "proc/proc_text.h"
-#include "proc/process_reader.h"
+#include "base/text.h"
+#include "proc/CUnixProc_code.h"
+#include "proc/CUnixProc_text.h"
+#include "proc/ProcessReader.h"
 
 namespace utility {
 
-using detail::Buffer;
-using detail::DirWalk;
-using detail::Fd;
-using detail::File;
-using detail::LineReader;
-using detail::ProcWalk;
+using namespace detail;
 
 namespace {
 
-// Hands what stands behind `key` to `take`, on the first line that begins with it.
+// Hands what stands after `key` to `take`, on the first line that begins with it.
 template <typename Take>
-int read_key(const char* path, std::string_view key, Take take) {
-  const File file = detail::open_file(path, "re");
-  if (!file) return detail::kNotOpened;
-  LineReader lines(file.get(), detail::kLineCapacity);
-  if (!lines.ready()) return detail::kNoMemory;
-  while (lines.next()) {
-    if (const char* rest = detail::behind_key(lines.text(), key)) {
-      take(rest);
-      return detail::kDone;
-    }
-  }
-  return lines.failed() ? detail::kNotRead : detail::kDone;
+int read_key(const std::string& path, std::string_view key, Take take) {
+  if (path.empty()) return kUnusable;
+  const Fd file = open_to_read(path.c_str());
+  if (!file) return kNotOpened;
+  Lines<kLineCapacity> lines(file.get());
+  if (const char* rest = find_field(lines, key)) take(rest);
+  return lines.failed() ? kNotRead : kDone;
 }
 
 int read_id(const std::string& path, std::string_view key, unsigned int& id) {
-  if (path.empty()) return detail::kUnusable;
-  return read_key(path.c_str(), key, [&id](const char* rest) { detail::parse_id(rest, id); });
+  return read_key(path, key, [&id](const char* rest) { parse_id(rest, id); });
 }
 
 // Joins the first `limit` bytes of a cmdline or environ file; a missing file is an empty one.
 int read_args(const std::string& path, int limit, std::string& text) {
-  if (path.empty()) return detail::kUnusable;
-  const Fd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (path.empty()) return kUnusable;
+  const Fd file = open_to_read(path.c_str());
   if (!file) {
-    if (detail::exists(path.c_str())) return detail::kNotOpened;
+    if (exists(path.c_str())) return kNotOpened;
     text.clear();
-    return detail::kDone;
+    return kDone;
   }
-  const Buffer buffer = detail::make_buffer(static_cast<std::size_t>(limit));
-  if (!buffer) return detail::kNoMemory;
-  return detail::read_joined(file, buffer.get(), limit, text);
+  const Buffer buffer = make_buffer(static_cast<std::size_t>(limit));
+  if (!buffer) return kNoMemory;
+  return read_joined(file, buffer.get(), limit, text);
 }
 
 // Collects the pid of a record that `matches`, given the record and the key as what it is.
@@ -73,37 +63,36 @@ int collect(const CUnixProc::UnixProcData& data, void* ctx, Matches matches) {
 }  // namespace
 
 int CUnixProc::get_proc_data(int pid, UnixProcData& data) {
-  return detail::ProcessReader(AT_FDCWD, "/proc/").read(pid, data);
+  return ProcessReader(AT_FDCWD, "/proc/").read(pid, data);
 }
 
 int CUnixProc::get_all_proc_data(EnumCallback callback, void* ctx) {
-  if (callback == nullptr) return detail::kUnusable;
-  ProcWalk processes(detail::begins_with_pid);
-  if (!processes) return detail::kNoDirectory;
-  detail::ProcessReader reader(processes.fd(), "");
+  ProcWalk processes(begins_with_pid);
+  if (!processes) return kNoDirectory;
+  ProcessReader reader(processes.fd(), "");
   while (processes.next()) {
     UnixProcData data;
     const int code = reader.read(processes.pid(), data);
-    if (code != detail::kDone) return code;
-    if (callback(data, ctx) != 0) return detail::kStopped;
+    if (code != kDone) return code;
+    if (stops(callback, data, ctx)) return kStopped;
   }
-  return detail::kDone;
+  return kDone;
 }
 
 bool CUnixProc::is_number(const char* text) {
-  return text != nullptr && detail::is_decimal(text);
+  return text != nullptr && is_decimal(text);
 }
 
 // NOLINTNEXTLINE(performance-unnecessary-value-param): the path by value is the interface.
 int CUnixProc::get_info(std::string stat_path, int& ppid, long& start_time) {
-  if (stat_path.empty()) return detail::kUnusable;
-  const File file = detail::open_file(stat_path.c_str(), "re");
-  if (!file) return detail::kNotOpened;
+  if (stat_path.empty()) return kUnusable;
+  const Fd file = open_to_read(stat_path.c_str());
+  if (!file) return kNotOpened;
   unsigned long ticks = 0;
-  detail::scan_stat(file.get(), ppid, ticks);
+  read_stat(file.get(), ppid, ticks);
   long boot_time = 0;
   const int code = get_boottime(boot_time);
-  if (code == detail::kDone) start_time = detail::start_time(ticks, boot_time);
+  if (code == kDone) start_time = detail::start_time(ticks, boot_time);
   return code;
 }
 
@@ -124,23 +113,21 @@ int CUnixProc::get_gid(const std::string& status_path, unsigned int& gid) {
 }
 
 int CUnixProc::get_proc_name(const std::string& status_path, std::string& name) {
-  if (status_path.empty()) return detail::kUnusable;
-  return read_key(status_path.c_str(),
-                  "Name:", [&name](const char* rest) { name = detail::first_word(rest); });
+  return read_key(status_path, "Name:", [&name](const char* rest) { name = first_word(rest); });
 }
 
 int CUnixProc::get_cmd(const std::string& cmdline_path, std::string& cmd) {
-  return read_args(cmdline_path, detail::kCmdBytes, cmd);
+  return read_args(cmdline_path, kCmdBytes, cmd);
 }
 
 int CUnixProc::get_proc_environ(const std::string& environ_path, std::string& environ) {
-  const int code = read_args(environ_path, detail::kEnvironBytes, environ);
-  if (code == detail::kDone && !detail::is_printable(environ)) environ.clear();
+  const int code = read_args(environ_path, kEnvironBytes, environ);
+  if (code == kDone && !is_printable(environ)) environ.clear();
   return code;
 }
 
 int CUnixProc::parse_args(char* buffer, int count, std::string& text) {
-  if (buffer == nullptr) return detail::kUnusable;
+  if (buffer == nullptr) return kUnusable;
   text.clear();
   const char* const end = buffer + std::max(count, 0);
   for (const char* arg = buffer; end - arg > 1 && *arg != '\0';) {
@@ -149,58 +136,57 @@ int CUnixProc::parse_args(char* buffer, int count, std::string& text) {
     text.append(arg, length);
     arg += std::min<std::ptrdiff_t>(static_cast<std::ptrdiff_t>(length) + 1, end - arg);
   }
-  return detail::kDone;
+  return kDone;
 }
 
 int CUnixProc::get_proc_name_ext(const std::string& cmdline_path, const std::string& exe_path,
                                  std::string& path) {
-  const File file = detail::open_file(cmdline_path.c_str(), "re");
-  if (!file) return detail::kNotOpened;
-  LineReader lines(file.get(), detail::kLineCapacity);
-  if (!lines.ready()) return detail::kNoMemory;
+  const Fd file = open_to_read(cmdline_path.c_str());
+  if (!file) return kNotOpened;
+  Lines<kLineCapacity> lines(file.get());
   const std::string_view line = lines.next() ? lines.line() : std::string_view();
-  return detail::find_executable(line, AT_FDCWD, exe_path.c_str(), path);
+  return find_executable(line, AT_FDCWD, exe_path.c_str(), path);
 }
 
 int CUnixProc::get_path_name(int pid, std::string& path) {
-  if (pid < 0) return detail::kUnusable;
+  if (pid < 0) return kUnusable;
   const std::string link = "/proc/" + std::to_string(pid) + "/exe";
-  if (!detail::exists(link.c_str())) return detail::kDone;
-  if (detail::read_link_at(AT_FDCWD, link.c_str(), 4096, path)) return detail::kDone;
+  if (!exists(link.c_str())) return kDone;
+  if (read_link_at(AT_FDCWD, link.c_str(), 4096, path)) return kDone;
   // Asked again: the process may have ended just now.
-  return detail::exists(link.c_str()) ? detail::kNotRead : detail::kDone;
+  return exists(link.c_str()) ? kNotRead : kDone;
 }
 
 int CUnixProc::get_all_path_name(std::vector<std::string>& paths) {
-  ProcWalk processes(detail::begins_with_pid);
-  if (!processes) return detail::kNoDirectory;
+  ProcWalk processes(begins_with_pid);
+  if (!processes) return kNoDirectory;
   while (processes.next()) {
     std::string path;
     const int code = get_path_name(processes.pid(), path);
-    if (code != detail::kDone) return code;
+    if (code != kDone) return code;
     if (!path.empty() && std::find(paths.begin(), paths.end(), path) == paths.end()) {
       paths.push_back(std::move(path));
     }
   }
-  return detail::kDone;
+  return kDone;
 }
 
 int CUnixProc::get_socket_inodes(const std::string& fd_dir, std::vector<unsigned long>& inodes) {
-  if (fd_dir.empty()) return detail::kUnusable;
+  if (fd_dir.empty()) return kUnusable;
   DirWalk entries(fd_dir.c_str());
-  if (!entries) return detail::kNoDirectory;
+  if (!entries) return kNoDirectory;
   constexpr std::size_t kMaxPath = 4095;
   while (const char* name = entries.next()) {
     if (name[0] == '.') continue;
-    const std::string entry = detail::join_path(fd_dir.c_str(), name, kMaxPath);
-    detail::append_if_socket(AT_FDCWD, entry.c_str(), inodes);
+    const std::string entry = join_path(fd_dir.c_str(), name, kMaxPath);
+    append_if_socket(AT_FDCWD, entry.c_str(), inodes);
   }
-  return detail::kDone;
+  return kDone;
 }
 
 int CUnixProc::filter_procs_by_pathname(const UnixProcData& data, void* ctx) {
   return collect<std::string>(data, ctx, [&data](const std::string& key) {
-    return data.path == key || data.cmd.find(key) != std::string::npos;
+    return data.path == key || contains(data.cmd, key);
   });
 }
 

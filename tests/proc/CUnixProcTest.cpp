@@ -116,7 +116,7 @@ TEST(CUnixProc, FilesOfAProcess) {
       {"longer than is read", "environ", std::string(100000, 'k'), std::string(40960, 'k')},
       {"not printable", "environ", "a\tb\0"s, ""},
       {"the kernel's own", "stat", "7 (sh) S 5" + nums + "250 9\n", "5 1000002"},
-      {"a blank in the name shifts", "stat", "7 (a b) S 5" + nums + "250", "0 1000000"},
+      {"a blank in the name shifts", "stat", "7 (a b) S 5" + nums + "250", "77 1000000"},
       {"it ends before the start time", "stat", "7 (sh) S 5 1 2", "5 1000000"},
       {"a NUL is part of a word", "stat", "7 (a\0b) S 5"s + nums + "299", "5 1000002"},
       {"the kernel's own", "status", "Name:\ttest-proc b\nUid:\t1\t2\nGid:\t3\t4\n",
@@ -331,11 +331,39 @@ TEST(CUnixProc, KillProcesses) {
     for (const int pid : {0, -5}) EXPECT_EQ(Unix::kill_proc(pid), 1);
     EXPECT_EQ(Unix::kill_proc(99999), 4);
     EXPECT_EQ(Unix::kill_proc_tree("nobody-is-called-so"), 0);
-    // Nobody reaps these: zombies must not keep the call. Names are longer than the program's.
+    // Nobody reaps these: zombies do not keep the call. Names are longer than the program's.
     const pid_t victim = start_child("the-victim");
     const pid_t other = start_child("the-victims");
     EXPECT_EQ(Unix::kill_proc_tree("the-victim"), 0);
     EXPECT_TRUE(was_killed(victim) && ::waitpid(other, nullptr, WNOHANG) == 0);
+
+    const auto is_zombie = [](pid_t pid) {
+      return sandbox::read_file(proc_path(pid, "status")).find("State:\tZ") != std::string::npos;
+    };
+    const pid_t headless = start_child("the-headless", [&] {
+      std::thread([&] {
+        while (!is_zombie(::getpid())) std::this_thread::yield();
+        ::close_range(3, ~0U, 0);  // which tells the starter
+        for (;;) ::pause();
+      }).detach();
+      ::syscall(SYS_exit, 0);
+    });
+    EXPECT_EQ(Unix::kill_proc_tree("the-headless"), 0);
+    EXPECT_TRUE(was_killed(headless)) << "its first thread had ended, another had not";
+
+    start_child("supervisor", [] {
+      std::thread([first = start_child("restarted")] {
+        ::waitid(P_PID, static_cast<id_t>(first), nullptr, WEXITED | WNOWAIT);
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        start_child("restarted");
+      }).detach();
+    });
+    EXPECT_EQ(Unix::kill_proc_tree("restarted"), 0);
+    const std::string restarted = "restarted";
+    std::vector<int> dead;
+    Unix::ProcFilterCtx kept{&restarted, &dead};
+    EXPECT_EQ(Unix::get_all_proc_data(Unix::filter_procs_by_procname, &kept), 0);
+    EXPECT_EQ(std::count_if(dead.begin(), dead.end(), is_zombie), 2);
 
     fs::copy_file("/bin/sleep", "/etc/tool");
     const pid_t by_path = start_child("", [] { ::execl("/etc/tool", "sleep", "60", nullptr); });

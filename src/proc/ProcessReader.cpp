@@ -1,18 +1,16 @@
-#include "proc/process_reader.h"
+#include "proc/ProcessReader.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <utility>
 
 #include "base/dir_walk.h"
-#include "base/line_reader.h"
+#include "base/io.h"
 #include "base/paths.h"
-#include "proc/codes.h"
+#include "proc/CUnixProc_code.h"
 #include "utility/CStr.h"
 
 namespace utility::detail {
@@ -28,19 +26,6 @@ int read_failure() {
   return errno == ESRCH ? kVanished : kNotRead;
 }
 
-// A stream over `file` from its start; null when memory ran out.
-File rewind_as_stream(Fd& file) {
-  ::lseek(file.get(), 0, SEEK_SET);
-  File stream(::fdopen(file.get(), "r"));
-  if (stream) file.release();
-  return stream;
-}
-
-bool is_regular_file(const std::string& path) {
-  struct stat status {};
-  return ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
-}
-
 // The kernel cuts names to 15 bytes; the file name of the executable tells the rest.
 void lengthen_name(ProcData& data) {
   if (data.path.empty() || data.name.empty()) return;
@@ -51,14 +36,14 @@ void lengthen_name(ProcData& data) {
 }  // namespace
 
 int read_joined(const Fd& file, char* buffer, int limit, std::string& text) {
-  const ssize_t count = ::read(file.get(), buffer, static_cast<std::size_t>(limit));
+  const ssize_t count = read_some(file.get(), buffer, static_cast<std::size_t>(limit));
   if (count < 0) return kNotRead;
   return CUnixProc::parse_args(buffer, static_cast<int>(count), text);
 }
 
 int find_executable(std::string_view line, int dir, const char* exe, std::string& path) {
   std::string found(first_piece(line));
-  if (found.empty() || found.front() != '/' || !is_regular_file(found)) {
+  if (found.empty() || found.front() != '/' || !is_regular_file(found.c_str())) {
     if (!read_link_at(dir, exe, 4096, found)) return kNoExecutable;
     CStr::trim(found);
   }
@@ -87,8 +72,8 @@ int ProcessReader::read(int pid, ProcData& data) {
   process_size_ = path_.size();
 
   const Fd cmdline = open("cmdline");
-  Fd stat = open("stat");
-  Fd status = open("status");
+  const Fd stat = open("stat");
+  const Fd status = open("status");
   const bool all_open = cmdline && stat && status;
   if (!all_open && (is_missing("cmdline") || is_missing("stat") || is_missing("status"))) {
     return kDone;
@@ -130,31 +115,17 @@ bool ProcessReader::is_missing(const char* file) {
   return ::faccessat(dir_, path_of(file), F_OK, 0) != 0;
 }
 
-int ProcessReader::read_status(Fd& file, StatusFields& fields) {
+int ProcessReader::read_status(const Fd& file, StatusFields& fields) {
   if (!file) return kNotOpened;
   if (!cmdline_ || !text_) return kNoMemory;
-  const ssize_t count = ::read(file.get(), text_.get(), kLineCapacity);
-  if (count < 0) return read_failure();
-  if (count < kLineCapacity) {
-    const auto size = static_cast<std::size_t>(count);
-    text_[size] = '\0';
-    TextLines lines(text_.get(), size);
-    scan_status(lines, fields);
-    return kDone;
-  }
-
-  // A file of more than one piece: a member of hundreds of groups.
-  const File stream = rewind_as_stream(file);
-  if (!stream) return kNoMemory;
-  LineReader lines(stream.get(), kLineCapacity);
-  if (!lines.ready()) return kNoMemory;
-  scan_status(lines, fields);
+  Lines<kLineCapacity> lines(file.get());
+  while (!fields.complete() && lines.next()) fields.parse_line(lines.text());
   return lines.failed() ? read_failure() : kDone;
 }
 
 int ProcessReader::read_cmd(const Fd& file, ProcData& data) {
   if (!file) return kNotOpened;
-  const ssize_t count = ::read(file.get(), cmdline_.get(), kCmdBytes);
+  const ssize_t count = read_some(file.get(), cmdline_.get(), kCmdBytes);
   if (count < 0) return read_failure();
   cmdline_[static_cast<std::size_t>(count)] = '\0';
   CUnixProc::parse_args(cmdline_.get(), static_cast<int>(count), data.cmd);
@@ -162,22 +133,10 @@ int ProcessReader::read_cmd(const Fd& file, ProcData& data) {
   return kDone;
 }
 
-int ProcessReader::read_stat(Fd& file, ProcData& data) {
+int ProcessReader::read_stat(const Fd& file, ProcData& data) {
   if (!file) return kNotOpened;
-  const ssize_t count = ::read(file.get(), text_.get(), kLineCapacity);
-  if (count < 0 && errno == ESRCH) return kVanished;
-  // A file that cannot be read scans as an empty one.
-  const auto size = static_cast<std::size_t>(std::max<ssize_t>(count, 0));
   unsigned long ticks = 0;
-  if (size < kLineCapacity && std::memchr(text_.get(), '\0', size) == nullptr) {
-    text_[size] = '\0';
-    parse_stat_line(text_.get(), data.ppid, ticks);
-  } else {
-    const File stream = rewind_as_stream(file);
-    if (!stream) return kNoMemory;
-    scan_stat(stream.get(), data.ppid, ticks);
-  }
-
+  if (detail::read_stat(file.get(), data.ppid, ticks) < 0 && errno == ESRCH) return kVanished;
   const int code = read_boot_time();
   if (code == kDone) data.start_time = start_time(ticks, *boot_time_);
   return code;

@@ -7,15 +7,14 @@
 #include <cstdio>
 #include <cstring>
 
-#include "base/handles.h"
-#include "base/line_reader.h"
+#include "base/io.h"
 #include "utility/CNetInfo.h"
 #include "utility/CStr.h"
 
 namespace utility {
 namespace {
 
-enum Code {
+enum Code : int {
   kDone = 0,
   kEmptyName = 1,
   kNoSocket = 2,
@@ -27,8 +26,6 @@ enum Code {
 };
 
 constexpr std::size_t kListSize = 5120;  // 128 requests
-constexpr std::size_t kScratchSize = 1024;
-constexpr std::size_t kLineSize = 1024;
 constexpr std::size_t kColumns = 16;
 
 detail::Fd open_socket() noexcept {
@@ -53,11 +50,12 @@ class Query {
   const unsigned char* hardware_address() const noexcept {
     return reinterpret_cast<const unsigned char*>(request_.ifr_hwaddr.sa_data);
   }
-  /// The address in hand, dotted; formed in `scratch`, which has room for INET_ADDRSTRLEN bytes.
-  const char* dotted(char* scratch) const noexcept {
+  /// The address in hand, dotted.
+  std::string dotted() const {
     sockaddr_in address{};
     std::memcpy(&address, &request_.ifr_addr, sizeof address);
-    return ::inet_ntop(AF_INET, &address.sin_addr, scratch, INET_ADDRSTRLEN);
+    char text[INET_ADDRSTRLEN];
+    return ::inet_ntop(AF_INET, &address.sin_addr, text, sizeof text);
   }
 
  private:
@@ -68,14 +66,13 @@ class Query {
 int ask_address(const std::string& name, unsigned long request, std::string& text) {
   Query query(name);
   const Code code = query.ask(request);
-  char scratch[INET_ADDRSTRLEN];
-  if (code == kDone) text = query.dotted(scratch);
+  if (code == kDone) text = query.dotted();
   return code;
 }
 
 // Appends the names in a list of requests. Each place that a request could begin at is looked at,
 // in steps of 8 bytes: what follows a name by 16 bytes is the address family. The first place is
-// looked at even in an empty list. `list` is readable, zeroed, for 24 bytes behind `size`.
+// looked at even in an empty list. `list` is readable, zeroed, for 24 bytes after `size`.
 void append_names(const char* list, std::size_t size, std::vector<std::string>& names) {
   constexpr std::size_t kStep = 8;
   std::size_t at = 0;
@@ -151,22 +148,19 @@ int CNetInfo::get_macaddr(const std::string& name, std::string& macaddr) {
   Query query(name);
   const Code code = query.ask(SIOCGIFHWADDR);
   if (code != kDone) return code;
-  const detail::Buffer text = detail::make_buffer(kScratchSize);
-  if (text == nullptr) return kNoMemory;
   const unsigned char* mac = query.hardware_address();
-  std::snprintf(text.get(), kScratchSize - 1, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1],
-                mac[2], mac[3], mac[4], mac[5]);
-  macaddr = text.get();
+  char text[sizeof "00:00:00:00:00:00"];
+  std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3],
+                mac[4], mac[5]);
+  macaddr = text;
   return kDone;
 }
 
 int CNetInfo::get_net_info(const std::string& name, net_interface& info) {
-  const detail::Buffer scratch = detail::make_buffer(kScratchSize);
-  if (scratch == nullptr) return kNoMemory;
   Query query(name);
   int code = query.ask(SIOCGIFADDR);
   if (code != kDone) return code;
-  info.addr = query.dotted(scratch.get());
+  info.addr = query.dotted();
   code = query.ask(SIOCGIFFLAGS);
   if (code != kDone) return code;
   info.flags = query.flags();
@@ -176,7 +170,7 @@ int CNetInfo::get_net_info(const std::string& name, net_interface& info) {
   if (code != kDone) return code;
   code = query.ask(SIOCGIFNETMASK);
   if (code != kDone) return code;
-  info.netmask = query.dotted(scratch.get());
+  info.netmask = query.dotted();
   code = query.ask(SIOCGIFMTU);
   if (code != kDone) return code;
   info.mtu = query.mtu();
@@ -185,14 +179,13 @@ int CNetInfo::get_net_info(const std::string& name, net_interface& info) {
 
 int CNetInfo::get_net_stat(const std::string& name, NetStat& stat) {
   if (name.empty()) return kEmptyName;
-  const detail::File file = detail::open_file("/proc/net/dev", "re");
-  if (file == nullptr) return kNoFile;
-  detail::LineReader reader(file.get(), kLineSize);
-  if (!reader.ready()) return kNoMemory;
-  while (reader.next()) {
-    if (parse_counters(reader.text(), name, stat)) return kDone;
+  const detail::Fd file = detail::open_to_read("/proc/net/dev");
+  if (!file) return kNoFile;
+  detail::Lines<1024> lines(file.get());
+  while (lines.next()) {
+    if (parse_counters(lines.text(), name, stat)) return kDone;
   }
-  return reader.failed() ? kReadError : kNotListed;
+  return lines.failed() ? kReadError : kNotListed;
 }
 
 }  // namespace utility

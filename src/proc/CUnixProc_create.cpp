@@ -14,8 +14,8 @@
 #include "base/dir_walk.h"
 #include "base/io.h"
 #include "base/paths.h"
-#include "proc/codes.h"
-#include "proc/proc_text.h"
+#include "proc/CUnixProc_code.h"
+#include "proc/CUnixProc_text.h"
 #include "utility/CUnixProc.h"
 
 namespace utility {
@@ -28,7 +28,7 @@ struct Account {
   gid_t gid;
 };
 
-// All that the daemon needs, made ready before the fork: behind it, where another thread may have
+// All that the daemon needs, made ready before the fork: after it, where another thread may have
 // held any lock, the child makes bare system calls only.
 struct Daemon {
   const char* command;
@@ -37,11 +37,6 @@ struct Daemon {
   unsigned int open_files;
   char** envp;
 };
-
-bool is_regular_file(const std::string& path) {
-  struct stat status {};
-  return ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
-}
 
 // The link that is read is always `dir` itself, so that a link to a link never leads anywhere; the
 // readings end where the kernel's own would.
@@ -117,7 +112,7 @@ void close_below(unsigned int limit) {
 
 int CUnixProc::create_proc(const std::string& executable, const std::string& args,
                            const std::string& dir, const std::string& user, char** envp) {
-  if (executable.empty() || !is_regular_file(executable)) return detail::kUnusable;
+  if (executable.empty() || !detail::is_regular_file(executable.c_str())) return detail::kUnusable;
   if (!leads_to_directory(dir)) return detail::kUnusable;
   const std::optional<unsigned int> open_files = open_file_limit();
   if (!open_files) return detail::kNoLimit;

@@ -1,52 +1,57 @@
 #include <signal.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <memory>
 #include <new>
 #include <string>
+#include <thread>
 #include <vector>
 
-#include "base/handles.h"
-#include "base/line_reader.h"
+#include "base/io.h"
 #include "base/paths.h"
-#include "proc/codes.h"
-#include "proc/proc_text.h"
+#include "base/text.h"
+#include "proc/CUnixProc_code.h"
 #include "utility/CUnixProc.h"
 
 namespace utility {
 namespace {
 
+using std::chrono::steady_clock;
+
+// How long to rest between two walks, and how long zombies are watched for what follows them.
+constexpr std::chrono::milliseconds kRest(10);
+constexpr std::chrono::seconds kPatience(2);
+
 // True for a process that has ended and only waits for its parent to notice. One whose first thread
 // has ended while others still run shows the same state, but has more than one thread.
 bool is_zombie(int pid) {
   const std::string path = "/proc/" + std::to_string(pid) + "/status";
-  const detail::File file = detail::open_file(path.c_str(), "re");
-  if (!file) return false;
-  detail::LineReader lines(file.get(), detail::kLineCapacity);
-  if (!lines.ready()) return false;
-  bool ended = false;
-  while (lines.next()) {
-    if (const char* state = detail::behind_key(lines.text(), "State:")) {
-      ended = detail::first_word(state) == "Z";
-    } else if (const char* threads = detail::behind_key(lines.text(), "Threads:")) {
-      return ended && std::strtol(threads, nullptr, 10) <= 1;
-    }
-  }
-  return false;
+  const detail::Fd file = detail::open_to_read(path.c_str());
+  detail::Lines<detail::kLineCapacity> lines(file.get());
+  const char* state = detail::find_field(lines, "State:");
+  if (state == nullptr || detail::first_word(state) != "Z") return false;
+  const char* threads = detail::find_field(lines, "Threads:");
+  return threads != nullptr && std::strtol(threads, nullptr, 10) <= 1;
 }
 
-// Kills what `filter` collects for `key` until a walk collects nothing that can still be killed.
-// Walks again after each round: what was restarted meanwhile goes too.
+// Kills what `filter` collects for `key` until a walk collects nothing: what is restarted meanwhile
+// goes too. Zombies cannot be killed, and may be there for ever.
 int kill_matching(CUnixProc::EnumCallback filter, const void* key) {
   std::vector<int> pids;
   const std::unique_ptr<CUnixProc::ProcFilterCtx> ctx(new (std::nothrow)
                                                           CUnixProc::ProcFilterCtx{key, &pids});
   if (!ctx) return detail::kUnusable;
-  for (;;) {
+  for (auto last_alive = steady_clock::now();; std::this_thread::sleep_for(kRest)) {
     pids.clear();
     CUnixProc::get_all_proc_data(filter, ctx.get());
-    if (std::all_of(pids.begin(), pids.end(), is_zombie)) return detail::kDone;
+    if (pids.empty()) return detail::kDone;
+    if (!std::all_of(pids.begin(), pids.end(), is_zombie)) {
+      last_alive = steady_clock::now();
+    } else if (steady_clock::now() - last_alive > kPatience) {
+      return detail::kDone;
+    }
     for (const int pid : pids) CUnixProc::kill_proc(pid);
   }
 }

@@ -1,12 +1,15 @@
-#include "proc/proc_text.h"
+#include "proc/CUnixProc_text.h"
 
 #include <algorithm>
+#include <array>
 #include <cctype>
+#include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <utility>
 
-#include "proc/codes.h"
+#include "base/io.h"
+#include "base/text.h"
+#include "proc/CUnixProc_code.h"
 #include "utility/CStr.h"
 
 namespace utility::detail {
@@ -17,30 +20,23 @@ constexpr char kStatFormat[] = "%*d%*s%*s%d%*d%*d%*d%*d%*d%*d%*d%*d%*d%*d%*d%*d%
 
 }  // namespace
 
-// How far the scans came is not looked at: what they did not reach is 0.
-void scan_stat(FILE* stream, int& ppid, unsigned long& start_ticks) {
-  ppid = 0;
+ssize_t read_stat(int fd, int& ppid, unsigned long& start_ticks) noexcept {
   start_ticks = 0;
-  // NOLINTNEXTLINE(cert-err34-c): out of range numbers are taken as scanf takes them.
-  [[maybe_unused]] const int ignored = std::fscanf(stream, kStatFormat, &ppid, &start_ticks);
-}
-
-void parse_stat_line(const char* line, int& ppid, unsigned long& start_ticks) {
-  ppid = 0;
-  start_ticks = 0;
-  // NOLINTNEXTLINE(cert-err34-c): as above.
-  static_cast<void>(std::sscanf(line, kStatFormat, &ppid, &start_ticks));
+  std::array<char, kLineCapacity + 1> text;
+  const ssize_t count = read_some(fd, text.data(), kLineCapacity);
+  char* const end = text.data() + std::max<ssize_t>(count, 0);
+  *end = '\0';
+  std::replace(text.data(), end, '\0', '?');  // to the scan it is a byte like any other
+  // How far the scan comes is not looked at, and numbers out of range are taken as it takes them.
+  // NOLINTNEXTLINE(cert-err34-c)
+  static_cast<void>(std::sscanf(text.data(), kStatFormat, &ppid, &start_ticks));
+  return count;
 }
 
 long start_time(unsigned long ticks, long boot_time) {
   constexpr unsigned long kTicksPerSecond = 100;
   // Added without sign: a file may say anything.
   return static_cast<long>(ticks / kTicksPerSecond + static_cast<unsigned long>(boot_time));
-}
-
-const char* behind_key(const char* line, std::string_view key) {
-  const std::string_view word = first_word(line);
-  return word == key ? word.data() + word.size() : nullptr;
 }
 
 void parse_id(const char* text, unsigned int& id) {
@@ -50,32 +46,23 @@ void parse_id(const char* text, unsigned int& id) {
 }
 
 void StatusFields::parse_line(const char* line) {
-  const char* rest = nullptr;
-  if (!has_name_ && (rest = behind_key(line, "Name:")) != nullptr) {
+  const std::string_view key = first_word(line);
+  const char* const value = key.data() + key.size();
+  if (!has_name_ && key == "Name:") {
     has_name_ = true;
-    name = first_word(rest);
-  } else if (!has_uid_ && (rest = behind_key(line, "Uid:")) != nullptr) {
+    name = first_word(value);
+  } else if (!has_uid_ && key == "Uid:") {
     has_uid_ = true;
-    parse_id(rest, uid);
-  } else if (!has_gid_ && (rest = behind_key(line, "Gid:")) != nullptr) {
+    parse_id(value, uid);
+  } else if (!has_gid_ && key == "Gid:") {
     has_gid_ = true;
-    parse_id(rest, gid);
+    parse_id(value, gid);
   }
 }
 
-bool TextLines::next() noexcept {
-  if (next_ == end_) return false;
-  line_ = next_;
-  auto* feed = static_cast<char*>(std::memchr(next_, '\n', static_cast<std::size_t>(end_ - next_)));
-  next_ = feed != nullptr ? feed + 1 : end_;
-  if (feed != nullptr) *feed = '\0';
-  return true;
-}
-
 std::string_view first_line(const char* text) {
-  const std::string_view all(text, ::strnlen(text, kLineCapacity - 1));
-  const std::size_t feed = all.find('\n');
-  return feed == std::string_view::npos ? all : all.substr(0, feed + 1);
+  std::string_view rest = text;
+  return take_line(rest, kLineCapacity - 1);
 }
 
 std::string_view first_piece(std::string_view line) {
@@ -95,8 +82,7 @@ bool is_printable(std::string_view text) {
 
 std::string mapped_path(std::string line, std::vector<std::string>& fields) {
   CStr::trim(line);
-  const auto holds = [&line](const char* part) { return line.find(part) != std::string::npos; };
-  if (holds("(deleted)") || (holds("[") && holds("]"))) return {};
+  if (contains(line, "(deleted)") || (contains(line, "[") && contains(line, "]"))) return {};
   fields.clear();
   CStr::ext_line(fields, line);
   constexpr std::size_t kPathField = 5;

@@ -10,7 +10,7 @@ namespace {
 
 using detail::compare_decimal;
 
-/// The decimal text by which an address is compared: its four words, one behind the other.
+/// The decimal text by which an address is compared: its four words, one after the other.
 struct DecimalText {
   char text[sizeof(IPRangeExpress::begin_text)] = {};  // forty digits at most
 
@@ -21,17 +21,16 @@ struct DecimalText {
 };
 
 // What does not parse counts as "::".
-DecimalText decimal_of(CIPFormat& format, const std::string& ip) {
+DecimalText decimal_of(const std::string& ip) {
   unsigned int words[4] = {};
-  format.ipv6_to_i(ip.c_str(), 128, words);
+  CIPFormat::instance()->ipv6_to_i(ip.c_str(), 128, words);
   return DecimalText(words);
 }
 
 // Writes the decimal text of `ip` into a field of a record; false when it does not parse.
-bool write_decimal(CIPFormat& format, const std::string& ip,
-                   char (&field)[sizeof(IPRangeExpress::begin_text)]) {
+bool write_decimal(const std::string& ip, char (&field)[sizeof(IPRangeExpress::begin_text)]) {
   unsigned int words[4] = {};
-  if (format.ipv6_to_i(ip.c_str(), 128, words) == 0) return false;
+  if (CIPFormat::instance()->ipv6_to_i(ip.c_str(), 128, words) == 0) return false;
   std::memcpy(field, DecimalText(words).text, sizeof field);
   return true;
 }
@@ -51,8 +50,7 @@ bool between(std::string_view ip, std::string_view begin, std::string_view end) 
 
 bool matches(const IPRangeExpress& range, std::string_view ip) noexcept {
   if (range.is_single != 0) return view_of(range.begin_text).substr(0, ip.size()) == ip;
-  return compare_decimal(ip, view_of(range.begin_text)) >= 0 &&
-         compare_decimal(ip, view_of(range.end_text)) <= 0;
+  return between(ip, view_of(range.begin_text), view_of(range.end_text));
 }
 
 }  // namespace
@@ -66,13 +64,13 @@ void CIPFormat::add_ip_to_range(const std::string& expression,
 
   IPRangeExpress range;
   range.is_single = first == last ? 1 : 0;
-  // The last address follows the first: behind an IPv6 one it stays as it is.
+  // The last address follows the first: after an IPv6 one it stays as it is.
   if (!has_colon(first)) {
     first = ipv4_to_ipv6(first);
     last = ipv4_to_ipv6(last);
   }
-  if (!write_decimal(*this, first, range.begin_text)) return;
-  if (range.is_single == 0 && !write_decimal(*this, last, range.end_text)) return;
+  if (!write_decimal(first, range.begin_text)) return;
+  if (range.is_single == 0 && !write_decimal(last, range.end_text)) return;
   ranges.push_back(range);
 }
 
@@ -91,8 +89,7 @@ bool CIPFormat::is_ip_in_range(const char* ip, std::vector<IPRangeExpress>& rang
 
 bool CIPFormat::ipv6_in_range(const std::string& begin, const std::string& end,
                               const std::string& ip) {
-  return between(decimal_of(*this, ip).view(), decimal_of(*this, begin).view(),
-                 decimal_of(*this, end).view());
+  return between(decimal_of(ip).view(), decimal_of(begin).view(), decimal_of(end).view());
 }
 
 }  // namespace utility

@@ -4,11 +4,10 @@
 #include <vector>
 
 #include "base/dir_walk.h"
-#include "base/handles.h"
-#include "base/line_reader.h"
+#include "base/io.h"
 #include "base/paths.h"
-#include "proc/codes.h"
-#include "proc/proc_text.h"
+#include "proc/CUnixProc_code.h"
+#include "proc/CUnixProc_text.h"
 #include "utility/CUnixProc.h"
 
 namespace utility {
@@ -17,11 +16,9 @@ int CUnixProc::one_proc_infos(const char* pid_text, std::vector<std::string>& pa
   constexpr std::size_t kMaxPath = 511;
   std::string maps = "/proc/" + std::string(detail::or_empty(pid_text)) + "/maps";
   if (maps.size() > kMaxPath) maps.resize(kMaxPath);
-  const detail::File file = detail::open_file(maps.c_str(), "re");
+  const detail::Fd file = detail::open_to_read(maps.c_str());
   if (!file) return detail::kNotOpened;
-  constexpr std::size_t kMapsCapacity = 1024;
-  detail::LineReader lines(file.get(), kMapsCapacity);
-  if (!lines.ready()) return detail::kNotOpened;
+  detail::Lines<1024> lines(file.get());
   std::vector<std::string> fields;
   while (lines.next()) {
     std::string path = detail::mapped_path(std::string(lines.line()), fields);

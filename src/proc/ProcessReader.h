@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "base/handles.h"
-#include "proc/proc_text.h"
+#include "proc/CUnixProc_text.h"
 #include "utility/CUnixProc.h"
 
 namespace utility::detail {
@@ -42,9 +42,9 @@ class ProcessReader {
   Fd open(const char* file);
   bool is_missing(const char* file);
 
-  int read_status(Fd& file, StatusFields& fields);
+  int read_status(const Fd& file, StatusFields& fields);
   int read_cmd(const Fd& file, CUnixProc::UnixProcData& data);
-  int read_stat(Fd& file, CUnixProc::UnixProcData& data);
+  int read_stat(const Fd& file, CUnixProc::UnixProcData& data);
   int read_boot_time();
   void read_executable(CUnixProc::UnixProcData& data);
   void read_sockets(std::vector<unsigned long>& inodes);

@@ -1,31 +1,26 @@
 #pragma once
 
-#include <cstddef>
-#include <cstdio>
+#include <sys/types.h>
+
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "base/text.h"
 
-// What the texts under /proc mean. Nothing here opens or reads a file.
+// What the texts under /proc mean. Nothing here opens a file.
 namespace utility::detail {
 
-/// Scans a stat file for its 4th field, the parent, and its 22nd, the start in clock ticks.
+/// Reads from a stat file its 4th field, the parent, and its 22nd, the start in clock ticks.
 ///
 /// Fields are whatever white space separates, so a blank in the process name shifts them. From the
-/// first field on that is no number, what was to be found counts as 0.
-void scan_stat(FILE* stream, int& ppid, unsigned long& start_ticks);
-
-/// The same over a text.
-void parse_stat_line(const char* line, int& ppid, unsigned long& start_ticks);
+/// first field on that is no number, nothing is found: `ppid` is left alone and the ticks are 0.
+/// Returns the negative count of a failed read, where the file reads as an empty one.
+ssize_t read_stat(int fd, int& ppid, unsigned long& start_ticks) noexcept;
 
 /// Seconds since the epoch of a start `ticks` after `boot_time`. The rate is taken to be 100 ticks
 /// per second, what the kernel shows on x86-64 whatever it runs at.
 long start_time(unsigned long ticks, long boot_time);
-
-/// What stands behind `key` in `line`; null unless the first word of `line` is exactly the key.
-const char* behind_key(const char* line, std::string_view key);
 
 /// Takes the number at the beginning of `text` as an id (the low 32 bits of what stands there);
 /// `id` is left alone when there is none.
@@ -48,28 +43,7 @@ struct StatusFields {
   bool has_gid_ = false;
 };
 
-/// The lines of a text in memory; stands in for a LineReader where no line is longer than it reads.
-class TextLines {
- public:
-  /// `text` is changed: its line feeds become NUL bytes. The byte behind its `count` bytes is NUL.
-  TextLines(char* text, std::size_t count) noexcept : next_(text), end_(text + count) {}
-
-  bool next() noexcept;
-  const char* text() const noexcept { return line_; }
-
- private:
-  char* next_;
-  char* end_;
-  const char* line_ = nullptr;
-};
-
-/// Fills `fields` from `lines`, a LineReader or TextLines.
-template <typename Lines>
-void scan_status(Lines& lines, StatusFields& fields) {
-  while (!fields.complete() && lines.next()) fields.parse_line(lines.text());
-}
-
-/// The first line of `text` with its line feed, cut to 4095 bytes, as LineReader would have it.
+/// The first line of `text` with its line feed, cut to 4095 bytes.
 std::string_view first_line(const char* text);
 
 /// The first piece of a command line's first line; pieces are separated by "0", "x", tab and blank.
