@@ -2,7 +2,9 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
@@ -164,6 +166,31 @@ TEST(CUnixFile, Deletes) {
     EXPECT_EQ(CUnixFile::delete_item(top + "/dangling", true), 0);
     EXPECT_EQ(CUnixFile::delete_item(top + "/dangling", true), 10);
     EXPECT_TRUE(fs::is_empty(top) && fs::exists("/etc/passwd"));
+    sandbox::write_file("/etc/kept/file", "");
+    fs::create_symlink("/etc/kept", top + "/link");
+    EXPECT_EQ(CUnixFile::delete_item(top + "/link/", true), 11) << "no link is emptied";
+    EXPECT_TRUE(fs::exists("/etc/kept/file") && fs::remove(top + "/link"));
+
+    // Deeper than any path reaches, with little stack and few descriptors.
+    fs::create_directory(tree);
+    const int here = ::open(".", O_PATH | O_DIRECTORY | O_CLOEXEC);
+    ASSERT_EQ(::chdir(tree.c_str()), 0);
+    for (int depth = 0; depth < 20000; ++depth) ASSERT_EQ(::mkdir("d", 0700) + ::chdir("d"), 0);
+    ASSERT_EQ(::fchdir(here) + ::close(here), 0);
+    const rlimit few{40, 40};
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &few), 0);
+    pthread_attr_t little;
+    ::pthread_attr_init(&little);
+    ::pthread_attr_setstacksize(&little, 256 << 10);
+    pthread_t thread;
+    const auto remove = [](void* path) -> void* {
+      EXPECT_EQ(CUnixFile::delete_item(*static_cast<std::string*>(path), true), 0);
+      return nullptr;
+    };
+    std::string deep = tree;
+    ASSERT_EQ(::pthread_create(&thread, &little, remove, &deep), 0);
+    ::pthread_join(thread, nullptr);
+    EXPECT_TRUE(fs::is_empty(top));
 
     // Three trees that cannot go: an entry in use, and names that are not their own GBK text.
     for (const std::string name : {"busy", "\xE4\xB8\xAD", "\xff"}) {
