@@ -40,6 +40,32 @@ void read_arrays_by_library(const std::string& path) {
   csv.Close();
 }
 
+void open_by_library(const std::string& path) {
+  CCSV csv;
+  bench::require(csv.Open(path.c_str()), "the CSV file does not open");
+  csv.Close();
+}
+
+/// Looks for line feeds block by block.
+int count_lines(const std::string& path) {
+  std::FILE* file = std::fopen(path.c_str(), "rbe");
+  bench::require(file != nullptr, "the CSV file does not open");
+  static std::array<char, 65536> block;
+  std::setvbuf(file, nullptr, _IONBF, 0);
+  int lines = 0;
+  while (const std::size_t size = std::fread(block.data(), 1, block.size(), file)) {
+    const char* const end = block.data() + size;
+    for (const char* at = block.data(); at != end; ++lines) {
+      const auto left = static_cast<std::size_t>(end - at);
+      const auto* feed = static_cast<const char*>(std::memchr(at, '\n', left));
+      if (feed == nullptr) break;
+      at = feed + 1;
+    }
+  }
+  std::fclose(file);
+  return lines;
+}
+
 /// Takes libcsv's fields as strings; `records`, unless null, receives all records.
 struct Strings {
   std::vector<Record>* records = nullptr;
@@ -97,10 +123,13 @@ void add(const std::string& row, int count, int width) {
   read_by_libcsv(path, Strings{&theirs, {}});
   bench::require(static_cast<int>(ours.size()) == count && ours == theirs,
                  "libcsv and the library read other fields");
+  bench::require(count_lines(path) == count, "records of more than one line");
 
   const std::string size = "/" + std::to_string(count);
   bench::work(row + "/library" + size, [path] { read_by_library(path, nullptr); });
   bench::work(row + "/library_arrays" + size, [path] { read_arrays_by_library(path); });
+  bench::work(row + "/library_open" + size, [path] { open_by_library(path); });
+  bench::work(row + "/floor_open" + size, [path] { benchmark::DoNotOptimize(count_lines(path)); });
   bench::work(row + "/libcsv" + size, [path] { read_by_libcsv(path, Strings{}); });
   bench::work(row + "/libcsv_arrays" + size, [path] { read_by_libcsv(path, Arrays{}); });
 }

@@ -1,5 +1,7 @@
+#include <fcntl.h>
 #include <spdlog/sinks/rotating_file_sink.h>
 #include <spdlog/spdlog.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <ctime>
@@ -39,12 +41,30 @@ class PlainLog {
   std::ofstream stream_;
 };
 
+/// The same bytes and calls, with nothing formatted.
+class BareLog {
+ public:
+  explicit BareLog(const std::string& path)
+      : fd_(::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666)),
+        line_(std::string(kPrefix, 'p') + message + "\n") {}
+
+  void write() const {
+    bench::require(::write(fd_, line_.data(), line_.size()) == kLine, "a line is not written");
+    ::lseek(fd_, 0, SEEK_CUR);
+  }
+
+ private:
+  int fd_;
+  std::string line_;
+};
+
 }  // namespace
 
 void set_up() {
   static utility::CDiyLog ours;
   bench::require(ours.init(bench::scratch_file("library.log"), 0), "no log file");
   static PlainLog plain(bench::scratch_file("plain.log"));
+  static const BareLog bare(bench::scratch_file("floor.log"));
   const auto theirs = spdlog::rotating_logger_mt("bench", bench::scratch_file("spdlog.log"),
                                                  static_cast<std::size_t>(kSizeLimit), 0);
   theirs->set_pattern("%Y/%m/%d %H:%M:%S    %v");
@@ -64,6 +84,7 @@ void set_up() {
   }
 
   bench::work("log/library", write_ours);
+  bench::work("log/floor", [] { bare.write(); });
   bench::work("log/ofstream", write_plain);
   bench::work("log/spdlog", write_theirs);
 }

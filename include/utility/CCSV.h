@@ -32,14 +32,14 @@ class CsvScanner;
 /// not counted as a record.
 ///
 /// Record arrays (`char**`) hold one `new[]`-allocated C string per field and an empty string
-/// behind the last. The first empty string ends the array for `FreeRecord` and for the quoting step
+/// after the last. The first empty string ends the array for `FreeRecord` and for the quoting step
 /// of `WriteRecord`, so an empty field in the middle ends the record there.
 ///
 /// Reading goes in blocks and remembers where records begin; N records in order cost N. Size and
-/// times of the file are looked at in every call, and what was remembered is dropped when they
-/// changed; a change that leaves all of them (same length, within one tick of the kernel's clock)
-/// is not seen. The counts stay as `Open` found them, even where another process changes the file.
-/// The file is not locked.
+/// times of the file are looked at in every call, except that reading records in order looks once
+/// per tick of the kernel's coarse clock (1 to 4 ms), and what was remembered is dropped when they
+/// changed; a change that leaves all of them (same length, within one tick) is not seen. The counts
+/// stay as `Open` found them, even where another process changes the file. The file is not locked.
 ///
 /// `WriteRecord` and `NeatenFile` make "~tempfile.csv" in the working directory of the process; a
 /// left-over one is removed first. So these two must not run at once in one directory, not even on
@@ -111,11 +111,11 @@ class UTILITY_API CCSV {
   /// Releases an array: its strings up to the first empty one, that one, and the array. Null is
   /// ignored.
   ///
-  /// Hazard: what lies behind an empty field, the final empty string included, is not reached; who
+  /// Hazard: what follows an empty field, the final empty string included, is not reached; who
   /// reads such records must `delete[]` that too, by the count that `ReadRecord` gave.
   static void FreeRecord(char** record);
 
-  /// Inserts a record before the current one (at the end: appends it), and moves behind it.
+  /// Inserts a record before the current one (at the end: appends it), and moves after it.
   ///
   /// The bytes from there to the end of the file are moved through the temporary file. Progress
   /// goes to standard output: the size of the last, partial block of these bytes, if there is one,
@@ -123,7 +123,7 @@ class UTILITY_API CCSV {
   ///
   /// A crash leaves the old file or the new one, perhaps beside the temporary file. Where more than
   /// 4,096 bytes have to move, it may leave a file in which only some have, with a piece as long as
-  /// the record missing behind these; the temporary file holds all of them then.
+  /// the record missing after these; the temporary file holds all of them then.
   ///
   /// @param fields  a record array. Its strings are quoted as by `TransfromCsv`, which replaces
   ///                them: they must come from `new[]`. It stays the caller's.
@@ -141,7 +141,7 @@ class UTILITY_API CCSV {
   bool DelRecord();
 
   /// Rewrites the file without unquoted blanks, and with CR LF in place of each record's LF. A CR
-  /// that already stood before the LF stays, so each run adds one. Bytes behind the last record's
+  /// that already stood before the LF stays, so each run adds one. Bytes after the last record's
   /// end are not kept. The new file is on the disk before it takes the old one's place; a crash
   /// leaves one of the two whole, the old one perhaps beside the temporary file.
   ///

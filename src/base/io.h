@@ -48,6 +48,17 @@ inline bool write_all(int fd, std::string_view bytes) noexcept {
   return true;
 }
 
+/// The same from `offset` of the file on.
+inline bool write_all_at(int fd, std::string_view bytes, off_t offset) noexcept {
+  while (!bytes.empty()) {
+    const ssize_t written = retry([=] { return ::pwrite(fd, bytes.data(), bytes.size(), offset); });
+    if (written <= 0) return false;
+    bytes.remove_prefix(static_cast<std::size_t>(written));
+    offset += written;
+  }
+  return true;
+}
+
 /// Waits until `events` of poll(2) come true on `fd`, at most `milliseconds` in all, however often
 /// a signal interrupts; without limit when that is negative. Returns 1, 0 when the time is over, or
 /// -1 when it cannot wait.

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "base/handles.h"
-#include "document/csv_scanner.h"
+#include "document/CsvScanner.h"
 
 namespace utility {
 namespace {

@@ -5,17 +5,19 @@
 #include <climits>
 #include <cstring>
 
-#include "base/handles.h"
+#include "base/io.h"
 #include "base/rights.h"
-#include "document/csv_scanner.h"
+#include "document/CsvScanner.h"
 #include "utility/CCSV.h"
 
 namespace utility {
 namespace {
 
 using detail::Buffer;
+using detail::CsvQuotes;
 using detail::CsvScanner;
 using detail::Fd;
+using detail::write_all_at;
 
 // GBK for "failed to create the temporary file!" and "creating the temporary file did not
 // succeed!".
@@ -25,7 +27,7 @@ constexpr char kNoTemporaryForFile[] =
     "\xc1\xd9\xca\xb1\xce\xc4\xbc\xfe\xb4\xb4\xbd\xa8\xb2\xbb\xb3\xc9\xb9\xa6!";
 
 /// As much of a record is blanked in one write: half a record blank may leave a quote open, which
-/// swallows the records behind it.
+/// swallows the records after it.
 constexpr off_t kMaxBlanked = off_t{1} << 20;
 
 /// Makes the temporary file anew. Nobody else may read it, and nothing is opened that somebody put
@@ -33,16 +35,6 @@ constexpr off_t kMaxBlanked = off_t{1} << 20;
 Fd make_temporary(const char* name) noexcept {
   ::unlink(name);
   return Fd(::open(name, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-}
-
-bool write_all(int fd, std::string_view bytes, off_t offset) noexcept {
-  while (!bytes.empty()) {
-    const ssize_t done = ::pwrite(fd, bytes.data(), bytes.size(), offset);
-    if (done <= 0) return false;
-    bytes.remove_prefix(static_cast<std::size_t>(done));
-    offset += done;
-  }
-  return true;
 }
 
 /// A place in a file.
@@ -57,24 +49,12 @@ bool copy_bytes(Place from, Place to, off_t length, char* block, int size) noexc
     const auto wanted = static_cast<std::size_t>(std::min<off_t>(length, size));
     const ssize_t got = ::pread(from.fd, block, wanted, from.offset);
     if (got <= 0) return false;
-    if (!write_all(to.fd, {block, static_cast<std::size_t>(got)}, to.offset)) return false;
+    if (!write_all_at(to.fd, {block, static_cast<std::size_t>(got)}, to.offset)) return false;
     from.offset += got;
     to.offset += got;
     length -= got;
   }
   return true;
-}
-
-/// Writes `line` and then the `tail` bytes of the file `saved`. The line goes with the first block:
-/// a short tail moves in one write, and no crash leaves the line over the tail's beginning.
-bool put_before(std::string line, int saved, off_t tail, Place to, char* block, int size) {
-  const auto wanted = static_cast<std::size_t>(std::min<off_t>(tail, size));
-  const ssize_t got = ::pread(saved, block, wanted, 0);
-  if (got < 0) return false;
-  line.append(block, static_cast<std::size_t>(got));
-  const off_t behind = to.offset + static_cast<off_t>(line.size());
-  return write_all(to.fd, line, to.offset) &&
-         copy_bytes({saved, got}, {to.fd, behind}, tail - got, block, size);
 }
 
 bool ends_array(const char* field) noexcept {
@@ -121,29 +101,70 @@ std::string join_record(char** fields, int count) {
 
 /// Writes the neatened form of the whole file; false when reading or writing failed.
 bool write_neat(CsvScanner& scanner, int fd) {
-  bool quoted = false;
+  CsvQuotes quotes;
   off_t written = 0;
   off_t complete = 0;
   off_t offset = 0;
   std::string neat;
   for (auto bytes = scanner.block(0); !bytes.empty(); bytes = scanner.block(offset)) {
     neat.clear();
-    for (const char byte : bytes) {
-      if (byte == '"') quoted = !quoted;
-      if (quoted || (byte != ' ' && byte != '\n')) {
-        neat += byte;
-      } else if (byte == '\n') {
+    std::size_t from = 0;
+    for (std::size_t at = 0; at < bytes.size(); at += CsvQuotes::kWindow) {
+      const std::size_t count = std::min(bytes.size() - at, CsvQuotes::kWindow);
+      auto marks = quotes.look<' ', '\n'>(bytes.data() + at, count).outside;
+      for (; marks != 0; marks &= marks - 1) {
+        const std::size_t mark = at + static_cast<std::size_t>(__builtin_ctzll(marks));
+        neat.append(bytes, from, mark - from);
+        from = mark + 1;
+        if (bytes[mark] == ' ') continue;
         neat += "\r\n";
         complete = written + static_cast<off_t>(neat.size());
       }
     }
-    if (!write_all(fd, neat, written)) return false;
+    neat.append(bytes, from);
+    if (!write_all_at(fd, neat, written)) return false;
     written += static_cast<off_t>(neat.size());
     offset += static_cast<off_t>(bytes.size());
   }
   // What follows the last record's end is no record.
   return !scanner.failed() && ::ftruncate(fd, complete) == 0;
 }
+
+/// The insertion of a line into a file: what follows its place is saved in another file first.
+class Insertion {
+ public:
+  Insertion(Place file, off_t size, int saved, char* block, int block_size) noexcept
+      : file_(file), size_(size), saved_(saved), block_(block), block_size_(block_size) {}
+
+  bool save() noexcept { return copy_bytes(file_, {saved_, 0}, tail(), block_, block_size_); }
+
+  /// Writes `line` and what was saved. The line goes with the first block: a short tail moves in
+  /// one write, and no crash leaves the line over the tail's beginning.
+  bool put(std::string line) {
+    const auto wanted = static_cast<std::size_t>(std::min<off_t>(tail(), block_size_));
+    const ssize_t got = ::pread(saved_, block_, wanted, 0);
+    if (got < 0) return false;
+    line.append(block_, static_cast<std::size_t>(got));
+    const off_t after = file_.offset + static_cast<off_t>(line.size());
+    return write_all_at(file_.fd, line, file_.offset) &&
+           copy_bytes({saved_, got}, {file_.fd, after}, tail() - got, block_, block_size_);
+  }
+
+  /// Puts back what `put` could not finish.
+  void restore() noexcept {
+    copy_bytes({saved_, 0}, file_, tail(), block_, block_size_);
+    [[maybe_unused]] const int ignored = ::ftruncate(file_.fd, size_);
+  }
+
+  off_t tail() const noexcept { return size_ - file_.offset; }
+
+ private:
+  Place file_;
+  off_t size_;
+  int saved_;
+  char* block_;
+  int block_size_;
+};
 
 }  // namespace
 
@@ -160,22 +181,20 @@ bool CCSV::WriteRecord(const char** fields, int count) {
     return false;
   }
 
-  const Place file{m_scanner->fd(), at};
-  const Place saved{temporary.get(), 0};
   const off_t size = m_scanner->size();
-  const off_t tail = size - at;
-  if (tail % m_block != 0) std::printf("%d\n", static_cast<int>(tail % m_block));
-  bool done = copy_bytes(file, saved, tail, block.get(), m_block) && quote_fields(m_record, count);
+  Insertion insertion({m_scanner->fd(), at}, size, temporary.get(), block.get(), m_block);
+  const auto partial = static_cast<int>(insertion.tail() % m_block);
+  if (partial != 0) std::printf("%d\n", partial);
+  bool done = insertion.save() && quote_fields(m_record, count);
   if (done) {
     const std::string line = join_record(m_record, count);
-    done = put_before(line, saved.fd, tail, file, block.get(), m_block);
+    done = insertion.put(line);
     if (done) {
       m_scanner->inserted(at, size + static_cast<off_t>(line.size()));
       ++m_cur;
       ++m_records;
     } else {
-      copy_bytes(saved, file, tail, block.get(), m_block);
-      [[maybe_unused]] const int ignored = ::ftruncate(file.fd, size);
+      insertion.restore();
       m_scanner->forget();
     }
   }
@@ -197,7 +216,7 @@ bool CCSV::DelRecord() {
   std::memset(blanks.get(), ' ', static_cast<std::size_t>(block));
   for (off_t at = begin; at < end; at += block) {
     const auto length = static_cast<std::size_t>(std::min(block, end - at));
-    if (!write_all(m_scanner->fd(), {blanks.get(), length}, at)) {
+    if (!write_all_at(m_scanner->fd(), {blanks.get(), length}, at)) {
       m_scanner->forget();
       return false;
     }

@@ -214,7 +214,7 @@ TEST_F(CUnixToolsFiles, SwappedEntriesLeadNowhere) {
     fs::remove_all("tree", swapped);
     fs::remove_all("spare", swapped);
     fs::create_directories("tree/entry/sub", swapped);
-    ::symlink("../outside", "spare");
+    fs::create_symlink("../outside", "spare", swapped);
     operations[round % 3]();
   }
   ::kill(swapper, SIGKILL);

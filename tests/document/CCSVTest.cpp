@@ -4,8 +4,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
 #include <optional>
+#include <thread>
 
 #include "support/csv_record.h"
 #include "support/temp_dir.h"
@@ -132,6 +134,14 @@ TEST_F(CCSVTest, AChangeThatKeepsTheSizeIsNoticed) {
   ASSERT_EQ(std::system("printf 'a,\\n33b,\\n' > t.csv; touch -d 2001-01-01 t.csv"), 0);
   ASSERT_TRUE(csv_.SetCurPos(1));
   EXPECT_EQ(read(csv_), (Fields{"33b", ""}));
+
+  // Reading in order looks once per tick of the clock, which is 4 ms at most.
+  ASSERT_TRUE(csv_.SetCurPos(0));
+  EXPECT_EQ(read(csv_), (Fields{"a", ""}));
+  dir_.write("t.csv", "a,\n4444,5\nc,6\n");
+  std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  ASSERT_TRUE(csv_.SetCurPos(1));
+  EXPECT_EQ(read(csv_), (Fields{"4444", "5"}));
 }
 
 TEST_F(CCSVTest, ARecordThatWasCutOffIsGone) {

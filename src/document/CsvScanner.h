@@ -1,9 +1,12 @@
 #pragma once
 
+#include <emmintrin.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 
+#include <cstdint>
 #include <cstdio>
+#include <ctime>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -13,7 +16,28 @@
 
 namespace utility::detail {
 
-/// The fields of one record, one behind the other in a buffer that is used again for the next.
+/// Knows what is inside quotes. A text is looked at 64 bytes at a time, in its order: a double
+/// quote opens or closes, so a doubled one inside quotes closes and opens again, and what is a
+/// record or a separator stays the same.
+class CsvQuotes {
+ public:
+  static constexpr std::size_t kWindow = 64;
+
+  /// Bit by bit, the lowest first: the double quotes, and the bytes of a set that stand outside.
+  struct Window {
+    std::uint64_t quotes;
+    std::uint64_t outside;
+  };
+
+  /// Looks at the next `count` bytes, at most a window. All of a window can be read at `text`.
+  template <char... kSet>
+  Window look(const char* text, std::size_t count) noexcept;
+
+ private:
+  std::uint64_t inside_ = 0;  // all bits where the next byte is inside quotes
+};
+
+/// The fields of one record, one after the other in a buffer that is used again for the next.
 class CsvFields {
  public:
   std::size_t count() const noexcept { return ends_.size(); }
@@ -26,7 +50,7 @@ class CsvFields {
     used_ = 0;
     ends_.clear();
   }
-  /// Room for `size` bytes behind what is used; write there, then call `use`.
+  /// Room for `size` bytes after what is used; write there, then call `use`.
   char* room(std::size_t size);
   void use(const char* end) noexcept { used_ = static_cast<std::size_t>(end - text_.data()); }
   /// Ends a field at `end`.
@@ -40,12 +64,11 @@ class CsvFields {
 
 /// Reads a CSV file in blocks and remembers where its records begin.
 ///
-/// A record ends at a line feed outside double quotes; a doubled quote inside quotes closes and
-/// opens again, which leaves the same record ends. What is remembered (one record start per 4 KiB
-/// of file, and the last place) holds as long as size and times of the file stay as they were:
-/// every operation begins with `locate` or `refresh`, which look. Reading stops at the size seen
-/// there. The stream stays the caller's, and its own buffer unused, so nothing outdated can sit in
-/// it.
+/// A record ends at a line feed outside double quotes. What is remembered (one record start per
+/// 4 KiB of file, and the last place) holds as long as size and times of the file stay as they
+/// were: every operation looks at them, but reading records in order does so only once per tick of
+/// the coarse clock, since file times do not tell more apart. Reading stops at the size seen then.
+/// The stream stays the caller's, and its own buffer unused, so nothing outdated can sit in it.
 class CsvScanner {
  public:
   /// Null when there is no stream, or no memory, or the stream cannot be examined.
@@ -66,7 +89,7 @@ class CsvScanner {
   int count_records();
   /// The number of columns of the first record, 1 for an empty file.
   int count_columns();
-  /// The offset behind the end of record `record`, which begins at `begin`; the file's end if it
+  /// The offset after the end of record `record`, which begins at `begin`; the file's end if it
   /// has none.
   off_t record_end(int record, off_t begin);
   /// Takes the record at position `cur` of `records` apart into `fields()`. False where `locate`
@@ -75,7 +98,7 @@ class CsvScanner {
   const CsvFields& fields() const noexcept { return fields_; }
 
   /// What is in the file from `offset` on, up to one block; empty at the end. Valid until the next
-  /// call.
+  /// call. A window of quotes can be read wherever it begins.
   std::string_view block(off_t offset) noexcept;
 
   /// To be called after our own writing, which left the file `size` bytes long.
@@ -86,6 +109,8 @@ class CsvScanner {
   void forget() noexcept;
 
  private:
+  static constexpr int kNoRun = -1;
+
   struct Mark {
     int record;
     off_t offset;
@@ -95,8 +120,9 @@ class CsvScanner {
   bool examine(struct stat& now) const noexcept;
   void restamp(off_t size) noexcept;
   Mark nearest(int record) const noexcept;
+  bool goes_on(int cur) const noexcept;
   bool advance(Mark& mark, int record);
-  void note(const Mark& mark);
+  off_t next_mark() const noexcept;
 
   int fd_;
   Buffer buffer_;
@@ -106,7 +132,38 @@ class CsvScanner {
   bool failed_ = false;
   std::vector<Mark> marks_;
   Mark last_{0, 0};
+  int next_in_run_ = kNoRun;  // the record that goes on with reading in order
+  timespec looked_{};         // the tick of the last look at the file
   CsvFields fields_;
 };
+
+template <char... kSet>
+CsvQuotes::Window CsvQuotes::look(const char* text, std::size_t count) noexcept {
+  Window window{0, 0};
+  for (std::size_t at = 0; at < kWindow; at += sizeof(__m128i)) {
+    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + at));
+    const auto where = [bytes](char byte) { return _mm_cmpeq_epi8(bytes, _mm_set1_epi8(byte)); };
+    __m128i in_set = _mm_setzero_si128();
+    ((in_set = _mm_or_si128(in_set, where(kSet))), ...);
+    window.quotes |= std::uint64_t(static_cast<unsigned>(_mm_movemask_epi8(where('"')))) << at;
+    window.outside |= std::uint64_t(static_cast<unsigned>(_mm_movemask_epi8(in_set))) << at;
+  }
+  if (count < kWindow) {
+    const std::uint64_t present = (std::uint64_t{1} << count) - 1;
+    window.quotes &= present;
+    window.outside &= present;
+  }
+  if (window.quotes == 0) {
+    window.outside &= ~inside_;
+    return window;
+  }
+  // From each quote on the side changes, up to the next.
+  std::uint64_t inside = window.quotes;
+  for (int shift = 1; shift < 64; shift *= 2) inside ^= inside << shift;
+  inside ^= inside_;
+  window.outside &= ~inside;
+  inside_ = inside >> 63 != 0 ? ~std::uint64_t{0} : 0;
+  return window;
+}
 
 }  // namespace utility::detail
