@@ -9,11 +9,11 @@ namespace utility {
 
 /// The processes of this host: reading them, starting, killing, and the files they have mapped.
 ///
-/// Everything is read from /proc, see proc(5). Operations that return `int` give 0 for success and
-/// otherwise a code of this table; each operation names the codes it uses:
+/// Everything is read from /proc, see proc(5).
 ///
 /// | Code | Meaning |
 /// |---|---|
+/// | 0 | done |
 /// | 1 | an argument is empty or unusable |
 /// | 2 | the limit of open files could not be read |
 /// | 3 | no child could be forked, or waiting for it failed |

@@ -1,0 +1,262 @@
+// Makes operations for faults.py to disturb. `driver` names them; `driver N` makes the Nth; `driver
+// -` makes those that are asked for, each in a process of its own: what is read from standard input
+// is the number of an operation, and of the allocation in it that fails (0: none). What is
+// answered: how the operation ended, its result, how many descriptors it left open, whether it
+// leaks, and whether it came to the allocation.
+
+#include <fcntl.h>
+#include <netdb.h>
+#include <sys/mman.h>
+#include <sys/uio.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include "utility/utility.h"
+
+using namespace utility;  // NOLINT(google-build-using-namespace): a few names of every family
+
+extern int g_until_failure;  // see allocations.cpp
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the sanitizer's
+extern "C" int __lsan_do_recoverable_leak_check() __attribute__((weak));
+
+namespace {
+
+// Where operations put what they find.
+std::string s_text;
+std::vector<std::string> s_list;
+std::vector<unsigned long> s_inodes;
+int s_number;
+double s_share;
+bool s_found;
+char s_flags;
+char s_bytes[200];
+char s_key[80] = "key";
+CSmtp::send_mail_t s_mail{"127.0.0.1", "user",  "pass", 1,      2525, "me@x",
+                          "hi",        {"a@x"}, {},     "body", 4};
+CSmtp::test_mail_t s_account{"127.0.0.1", "user", "pass", 0, 2525, "me@x"};
+
+template <typename Record>
+Record s_record;
+template <typename Record>
+int pass(const Record& /*record*/, void* /*context*/) {
+  return 0;
+}
+// A file of three records, at the second.
+struct Table : CCSV {
+  Table() {
+    if (Open("table")) SetCurPos(1);
+  }
+  ~Table() { Close(); }
+};
+bool read_record() {
+  char** record = nullptr;
+  const bool done = Table().ReadRecord(&record, &s_number);
+  CCSV::FreeRecord(record);
+  return done;
+}
+bool write_record() {
+  const char* fields[] = {"new", "record", ""};  // constants, as none needs quotes
+  return Table().WriteRecord(fields, 2);
+}
+bool log_line() {
+  CDiyLog log;
+  const bool done = log.init("log", 0);
+  log.write_log("%d", 1);
+  return done;
+}
+
+struct Operation {
+  const char* name;
+  long (*run)();
+};
+#define CALL(...)                                               \
+  {                                                             \
+#__VA_ARGS__, [] { return static_cast<long>(__VA_ARGS__); } \
+  }
+#define TEXT(...) CALL((static_cast<void>(__VA_ARGS__), 0))
+
+const Operation kOperations[] = {
+    CALL(CUnixUser::get_user_data("al", s_record<CUnixUser::UnixUserData>)),
+    CALL(CUnixUser::get_all_user_data(pass, nullptr)),
+    TEXT(CUnixUser::getusernamebyid(1000)),
+    CALL(CUnixUser::is_user_exist("al", s_number)),
+    CALL(CUnixUser::create_user("bo")),
+    CALL(CUnixUser::mod_user_data({"al", 1001, 50, "", "/al", "/sh"})),
+    CALL(CUnixUser::mod_passwd("al", "secret")),
+    CALL(CUnixUser::delete_user("al")),
+    CALL(CUnixUser::get_group_data("staff", s_record<CUnixUser::UnixGroupData>)),
+    CALL(CUnixUser::get_all_group_data(pass, nullptr)),
+    TEXT(CUnixUser::getgrpnamebyid(50)),
+    CALL(CUnixUser::is_group_exist("staff", s_number)),
+    CALL(CUnixUser::create_group("new")),
+    CALL(CUnixUser::delete_group("staff")),
+    CALL(CUnixUser::mod_grp_data({"staff", 51, {"al"}})),
+    CALL(CUnixUser::mod_group_member("staff", {"al", "bo"})),
+    CALL(CUnixServ::get_serv_data("one", s_record<CUnixServ::UnixServData>)),
+    CALL(CUnixServ::get_all_serv_data(pass, nullptr)),
+    CALL(CUnixServ::start_serv("one")),
+    CALL(CUnixServ::stop_serv("one")),
+    CALL(CUnixLog::restart_syslog()),
+    CALL(CUnixLog::get_all_log_data(pass, nullptr)),
+    CALL(CUnixLog::find_ld("kern", "info", pass, nullptr)),
+    CALL(CUnixLog::is_existed_data({"e", "f", "/z"}, s_found)),
+    CALL(CUnixLog::put_line("g.h /i")),
+    CALL(CUnixLog::add_log_data(s_record<CUnixLog::UnixLogData> = {"g", "h", "./log"})),
+    CALL(CUnixLog::del_log_data(s_record<CUnixLog::UnixLogData> = {"kern", "*", "./log"})),
+    TEXT(CUnixTools::get_oem_and_issue(s_number, s_number)),
+    TEXT(CUnixTools::get_agent_names("script_server")),
+    TEXT(CUnixTools::operate_agent_service(0)),
+    CALL(CUnixTools::iptables_allow_port("centos", 80)),
+    CALL(CUnixTools::iptables_banned_port("centos", 25)),
+    CALL(CUnixTools::create_file("new", 0600)),
+    CALL(CUnixTools::copy_regular_file("file", "old")),
+    CALL(CUnixTools::copy_file("dir", "copy", true)),
+    CALL(CUnixTools::move_file("file", "old", true)),
+    CALL(CUnixTools::rm_file("dir")),
+    CALL(CUnixTools::mkdir_parents("p/q", 0700)),
+    TEXT(CUnixTools::exec_cmd("exit 5")),
+    CALL(CUnixTools::exec_cmd_results("printf 'a\\nb\\n'", s_list, 100)),
+    TEXT(CUnixTools::get_process_path(1) + CUnixTools::get_process_user()),
+    CALL(CUnixProc::get_proc_data(::getppid(), s_record<CUnixProc::UnixProcData>)),
+    CALL(CUnixProc::get_all_proc_data(pass, nullptr)),
+    CALL(CUnixProc::get_proc_name_ext("/proc/1/cmdline", "/proc/1/exe", s_text)),
+    CALL(CUnixProc::get_all_path_name(s_list)),
+    CALL(CUnixProc::get_socket_inodes("/proc/self/fd", s_inodes)),
+    CALL(CUnixProc::get_all_proc_map_info(s_record<std::vector<CUnixProc::UnixProcMapInfo>>)),
+    CALL(CUnixProc::create_proc("/bin/true", "", "/", "nobody", environ)),
+    CALL(CUnixProc::kill_proc_tree("no such name")),
+    CALL(CUnixProcNet::get_net_info("/", s_record<std::vector<CUnixProcNet::NetInfo>>)),
+    CALL(CUnixProcNet::get_proc_net_info(s_record<std::vector<CUnixProcNet::ProcNetInfo>>)),
+    CALL(CUnixProcNet::get_proc_socket_inodes("/proc/self/fd", s_inodes)),
+    CALL(CUnixNetlink::get_all_netlink_infos(s_record<std::vector<CUnixNetlink::NetLinkInfo>>)),
+    CALL(CNetInfo::get_all_netlink_info(s_record<std::vector<CNetInfo::NetLinkInfo>>)),
+    CALL(CNetInfo::get_all_ni(s_list)),
+    CALL(CNetInfo::get_net_info("lo", s_record<CNetInfo::net_interface>)),
+    CALL(CNetInfo::get_net_stat("lo", s_record<CNetInfo::NetStat>)),
+    TEXT(CIPFormat().ipv6_zero_compress("1:0:0:0:0:0:0:1")),
+    CALL(CUnixFile::mod_mode("file", 0600)),
+    CALL(CUnixFile::rename_item("file", "new")),
+    CALL(CUnixFile::create_item("new", '_', 0600)),
+    CALL(CUnixFile::create_item("d", 'd', 0700)),
+    CALL(CUnixFile::has_subitem("dir")),
+    CALL(CUnixFile::get_sub_item("dir", 'a', pass, nullptr)),
+    CALL(CUnixFile::delete_item("dir", true)),
+    CALL(CUnixFile::get_quota_disk(pass, nullptr)),
+    CALL(CUnixDisk::get_disk_info_from_proc(s_list)),
+    CALL(CUnixDisk::get_vgs(pass, nullptr)),
+    CALL(CUnixDisk::get_pvs(pass, nullptr)),
+    CALL(CUnixDisk::get_lvs_by_vg("sda", pass, nullptr)),
+    CALL(CDiskInfo::get_disk_info(s_record<std::vector<CDiskInfo::DiskInfo>>)),
+    CALL(CCpuInfo::get_cpu_stat(s_record<CCpuInfo::CpuStat>)),
+    CALL(CMemInfo::get_mem_usage(s_share)),
+    CALL(CMemInfo::get_process_mem_usage(1, s_share)),
+    TEXT(md5wrapper().getHashFromFile("file")),
+    CALL(CHmacMd5::hmac_md5("text", 4, s_key, sizeof s_key, s_bytes)),
+    TEXT(Base64::decode(Base64::encode("some text"))),
+    TEXT(CBinHex::simple_hex2bin(CBinHex::simple_bin2hex("text"))),
+    TEXT(CConv::utf8_to_gbk_string(CConv::gbk_to_utf8_string("text").c_str())),
+    TEXT(CConv::unicode_to_utf8_string(CConv::utf8_to_unicode_string("text").c_str())),
+    TEXT(CConv::url_encode("a b") + xxtea_decrypt(xxtea_encrypt("text", "key"), "key")),
+    TEXT(aes_decrypt(aes_encrypt("text", 1), 1)),
+    CALL(Table().Create("table")),
+    CALL(Table().GetCols(s_list)),
+    {"CCSV::ReadRecord()", [] { return static_cast<long>(read_record()); }},
+    {"CCSV::WriteRecord()", [] { return static_cast<long>(write_record()); }},
+    {"CCSV::DelRecord()", [] { return static_cast<long>(Table().DelRecord()); }},
+    {"CCSV::NeatenFile()", [] { return static_cast<long>(Table().NeatenFile("table")); }},
+    CALL(CXmlEx::write_xml_node("doc", "a", "new")),
+    CALL(CXmlEx::write_xml_attribute("doc", "a", "x", "new")),
+    CALL(CXmlEx::read_xml_attribute("doc", "a", "x", s_text)),
+    CALL(CXmlEx::add_xml_xpath_node("doc", "a/b")),
+    {"CDiyLog::init()", [] { return static_cast<long>(log_line()); }},
+    CALL(CDump::sndump(s_bytes, sizeof s_bytes, s_key, 4)),
+    CALL(CEvent().init()),
+    CALL(CSmtp::sendmail(s_mail)),
+    CALL(CSmtp::testmail(s_account, s_flags)),
+};
+
+int open_descriptors() {
+  int count = 0;
+  for (int fd = 0; fd < 100; ++fd) count += ::fcntl(fd, F_GETFD) != -1 ? 1 : 0;
+  return count;
+}
+
+struct Outcome {
+  const char* ended;
+  long code;
+  int left_open, leaks;
+  bool failed;  // the allocation
+};
+
+void run(const Operation& operation, int failing_allocation, Outcome& outcome) {
+  const int before = open_descriptors();
+  const char* ended = "returned";
+  try {
+    g_until_failure = failing_allocation;
+    outcome.code = operation.run();
+  } catch (const std::bad_alloc&) {
+    ended = "threw";
+  }
+  outcome.failed = failing_allocation > 0 && g_until_failure == 0;
+  g_until_failure = 0;
+  outcome.left_open = open_descriptors() - before;
+  if (outcome.failed && __lsan_do_recoverable_leak_check != nullptr)
+    outcome.leaks = __lsan_do_recoverable_leak_check();
+  outcome.ended = ended;
+}
+
+// What it does around an operation is done by system calls that no operation makes, which nobody
+// disturbs.
+void answer(int to, const Outcome& outcome) {
+  char text[100];
+  const int size =
+      std::snprintf(text, sizeof text, "%s %ld %d %d %d\n", outcome.ended, outcome.code,
+                    outcome.left_open, outcome.leaks, outcome.failed ? 1 : 0);
+  const iovec out{text, static_cast<std::size_t>(size)};
+  ::writev(to, &out, 1);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 2) {
+    for (const Operation& operation : kOperations) std::puts(operation.name);
+    return 0;
+  }
+  const int requests = ::fcntl(0, F_DUPFD_CLOEXEC, 50);
+  const int answers = ::fcntl(1, F_DUPFD_CLOEXEC, 50);
+  if (std::freopen("/dev/null", "r", stdin) == nullptr) return 1;
+  if (std::freopen("/dev/null", "w", stdout) == nullptr) return 1;
+  if (*argv[1] != '-') {
+    Outcome outcome{"died", 0, 0, 0, false};
+    ::getpgid(0);  // from here on it is the operation's
+    run(kOperations[std::atoi(argv[1])], 0, outcome);
+    answer(answers, outcome);
+    ::_exit(0);  // without exit handlers: what was disturbed stays so
+  }
+  // The C library itself crashes where its first allocation for one of these databases fails.
+  ::getpwnam("root");
+  ::getgrnam("root");
+  ::gethostbyname("127.0.0.1");
+  ::getservbyname("smtp", "tcp");
+  void* const shared =
+      ::mmap(nullptr, sizeof(Outcome), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  int request[2];
+  const iovec in{request, sizeof request};
+  while (::readv(requests, &in, 1) == sizeof request) {
+    Outcome& outcome = *new (shared) Outcome{"died", 0, 0, 0, false};
+    const pid_t child = ::fork();
+    if (child == 0) {
+      run(kOperations[request[0]], request[1], outcome);
+      ::_exit(0);  // without exit handlers, which belong to the parent
+    }
+    siginfo_t info;
+    ::waitid(P_PID, static_cast<id_t>(child), &info, WEXITED);
+    answer(answers, outcome);
+  }
+}

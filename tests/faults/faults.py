@@ -1,0 +1,121 @@
+#!/usr/bin/python3
+"""Lets every step of every operation fail in turn and holds what each operation promises.
+
+faults.py DRIVER HEADERS allocations|calls|kills, in a sandbox: an allocation, a system call, the whole
+process at a system call. Whatever fails, an operation returns in time (or, without memory, throws), leaves
+no descriptor open, and gives a code that its header lists; and a file that is changed when the process is
+killed is the old one or the new one.
+"""
+import os, re, shutil, socketserver, struct, subprocess, sys, threading
+from concurrent.futures import ThreadPoolExecutor
+from pathlib import Path
+
+DRIVER, HEADERS, PART = sys.argv[1:]
+FAILURES = {"openat": "EMFILE", "read": "EIO", "write": "ENOSPC", "pread64": "EIO", "pwrite64": "ENOSPC", "lseek": "EINVAL",
+            "newfstatat": "EACCES", "fstat": "EIO", "getdents64": "EIO", "readlinkat": "EACCES", "unlink": "EPERM",
+            "unlinkat": "EPERM", "rename": "EBUSY", "mkdir": "EROFS", "fsync": "EIO", "ftruncate": "EIO",
+            "socket": "EMFILE", "connect": "EINTR", "poll": "ENOMEM", "sendto": "ECONNRESET", "recvfrom": "EINTR",
+            "ioctl": "ENODEV", "pipe2": "EMFILE", "clone": "EAGAIN", "clone3": "EAGAIN", "vfork": "EAGAIN",
+            "wait4": "ECHILD", "statfs": "EIO", "fchmod": "EPERM", "fchown": "EPERM", "chmod": "EPERM"}
+FILES = {"table": "a,1\r\nb,2\r\nc,3\r\n", "doc": "<r><a x='1'>old</a></r>\n", "file": "new text\n", "old": "old text\n",
+         "log": "", "dir/sub/file": "x\n", "dir/other": "y\n", "/etc/syslog.conf": "kern.*;mail.info\t./log\n# end\n",
+         "/etc/group": "root:x:0:\nstaff:x:50:al\nlast:x:60:\n", "/etc/sysconfig/iptables": "*filter\n:INPUT ACCEPT\nCOMMIT\n"}
+# What is changed, and where a header allows them, blanks after the end.
+EDITS = {"CCSV::WriteRecord": "table", "CCSV::DelRecord": "table", "CCSV::NeatenFile": "table",
+         "CXmlEx::write_xml_node": "doc", "CXmlEx::add_xml_xpath_node": "doc", "mod_group_member": "/etc/group",
+         "del_log_data": "/etc/syslog.conf", "add_log_data": "/etc/syslog.conf", "put_line": "/etc/syslog.conf"}
+
+
+class Mail(socketserver.StreamRequestHandler):
+    def handle(self):
+        self.wfile.write(b"220 hello\r\n")
+        for line in self.rfile:
+            self.wfile.write(b"250 ok\r\n")
+
+
+def place(name):
+    """Puts the files of a test into a directory of its own, and those of /etc in their place."""
+    Path(name).mkdir(exist_ok=True)
+    for entry in Path(name).iterdir():
+        shutil.rmtree(entry) if entry.is_dir() and not entry.is_symlink() else entry.unlink()
+    for file, text in FILES.items():
+        path = Path(name, file)
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_text(text, newline="")
+    return name
+
+
+def run(operation, directory, *inject):
+    strace = ["strace", "-qq", "-o", f"../{directory}.trace", *inject] if inject else []
+    return subprocess.run([*strace, DRIVER, str(operation)], cwd=directory, capture_output=True, text=True, timeout=100,
+                          env={"PATH": os.environ["PATH"], "ASAN_OPTIONS": "detect_leaks=0"})
+
+
+def check(name, fault, answer):
+    ended, code, left_open, leaks, _ = (answer or "died 0 0 0 0").split()
+    header = Path(HEADERS, "".join(re.findall(r"(\w+)::", name)[:1]) + ".h")
+    codes = re.findall(r"^/// \| (-?\d+) \|", header.read_text(), re.M) if header.exists() else []
+    wrong = ended == "died" or left_open != "0" or leaks != "0" or (ended == "returned" and codes and code not in ["0", *codes])
+    return f"{name}, {fault}: {answer or 'died'}" if wrong else None
+
+
+def allocations(names):
+    with subprocess.Popen([DRIVER, "-"], stdin=subprocess.PIPE, stdout=subprocess.PIPE, cwd=place("one")) as driver:
+        for operation, name in enumerate(names):
+            for count in range(1, 60, 9 if "CSmtp" in name else 1):  # each session takes half a second
+                place("one")
+                driver.stdin.write(struct.pack("ii", operation, count))
+                driver.stdin.flush()
+                answer = driver.stdout.readline().decode()
+                yield check(name, f"allocation {count}", answer)
+                if answer.split()[-1:] != ["1"]:
+                    break
+
+
+def disturb(operation, name):
+    """Lets the first call of each kind fail, and the last."""
+    directory = place(f"calls{operation}")
+    run(operation, directory, "-e", "trace=" + ",".join("?" + call for call in [*FAILURES, "getpgid"]))
+    before, _, after = Path(f"{directory}.trace").read_text().partition("getpgid(0)")
+    results = []
+    for call, error in FAILURES.items():
+        skipped, made = (len(re.findall(rf"^{call}\(", text, re.M)) for text in (before, after))
+        for count in {1, made} if made else ():
+            place(directory)
+            done = run(operation, directory, "-e", f"inject={call}:error={error}:when={skipped + count}")
+            results.append(check(name, f"{call} {count} fails", done.stdout))
+    return results
+
+
+def calls(names):
+    with ThreadPoolExecutor(2) as pool:
+        for results in pool.map(disturb, range(len(names)), names):
+            yield from results
+
+
+def kills(names):
+    writing = "write,pwrite64,rename,renameat,unlink,ftruncate,fsync,openat"
+    for part, file in EDITS.items():
+        operation = next(i for i, name in enumerate(names) if part in name)
+        path = Path(place("kill"), file)
+        run(operation, "kill")
+        versions = FILES[file].encode().rstrip(), path.read_bytes().rstrip()
+        yield None if versions[0] != versions[1] else f"{part} changes nothing"
+        for count in range(1, 60):
+            place("kill")
+            done = run(operation, "kill", "-e", f"inject={writing}:signal=KILL:when={count}")
+            left = path.read_bytes().rstrip() if path.exists() else None
+            yield None if left in versions else f"{part}, killed at call {count}: {left!r}"
+            if done.stdout:
+                break
+
+
+os.chdir("/run/utility-test/scratch")
+server = socketserver.ThreadingTCPServer(("127.0.0.1", 2525), Mail)
+server.handle_error = lambda *_: None  # a client that went away
+threading.Thread(target=server.serve_forever, daemon=True).start()
+operations = subprocess.run([DRIVER], capture_output=True, text=True, check=True).stdout.splitlines()
+outcomes = list({"allocations": allocations, "calls": calls, "kills": kills}[PART](operations))
+wrong = [outcome for outcome in outcomes if outcome]
+print(*wrong, f"{len(outcomes)} faults, {len(wrong)} broken promises", sep="\n")
+sys.exit(bool(wrong) or len(outcomes) < 50)
