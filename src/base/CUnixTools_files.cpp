@@ -82,14 +82,13 @@ bool is_same_entry(const char* a, const char* b) {
 // to; where another process holds a lease on the file, that process is given its time to let go (45
 // seconds, as kernels are set up; a little more is waited).
 Fd open_source(const char* path) {
-  using namespace std::chrono_literals;
-  const auto deadline = std::chrono::steady_clock::now() + 60s;
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
   for (;;) {
     Fd source(::open(or_empty(path), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     if (source || errno != EWOULDBLOCK || std::chrono::steady_clock::now() > deadline) {
       return source;
     }
-    std::this_thread::sleep_for(10ms);
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
 }
 

@@ -115,7 +115,7 @@ int CUnixFile::delete_item(const std::string& path, bool recursive) {
   if (recursive) {
     struct stat status {};
     // With a slash at its end, a link would show the directory that it leads to.
-    const std::string item = detail::without_end_slashes(path.c_str());
+    const std::string item = detail::without_end_slashes(path.substr(0, path.find('\0')));
     if (::lstat(item.c_str(), &status) != 0) return detail::kNotExamined;
     if (S_ISDIR(status.st_mode)) {
       const int result = TreeDelete().run(item);
