@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 #include <net/if.h>
-#include <sys/resource.h>
 
 #include <cstdlib>
 
@@ -116,21 +115,5 @@ for _ in range(10): s.sendto(b"x" * 100, s.getsockname())')");
     EXPECT_EQ(counters("")[0], 1);
     sandbox::bind_path("/proc/self/mem", "/proc/net/dev");
     EXPECT_EQ(counters("lo")[0], 6);
-  });
-}
-
-TEST(Interfaces, NeedADescriptor) {
-  sandbox::run([] {
-    rlimit limit{};
-    ::getrlimit(RLIMIT_NOFILE, &limit);
-    const rlimit none{0, limit.rlim_max};
-    ::setrlimit(RLIMIT_NOFILE, &none);
-    std::vector<std::string> names;
-    CNetInfo::net_interface info;
-    EXPECT_EQ(CNetInfo::get_all_ni(names), 2);
-    EXPECT_EQ(single_values("lo", info), std::vector<int>(6, 2));
-    EXPECT_EQ(CNetInfo::get_net_info("lo", info), 2);
-    EXPECT_EQ(counters("lo"), (std::vector<long>{5, 1, 2, 3, 4, 5, 6}));
-    ::setrlimit(RLIMIT_NOFILE, &limit);
   });
 }

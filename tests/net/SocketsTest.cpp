@@ -234,6 +234,9 @@ TEST(ProcNet, ReadsRealSocketsAndTheirHolder) {
     EXPECT_EQ(CUnixProcNet::get_proc_socket_inodes(nullptr, inodes), 1);
     EXPECT_EQ(CUnixProcNet::get_proc_socket_inodes("/proc/self/fd", inodes), 2);
     EXPECT_EQ(CUnixProcNet::get_proc_socket_inodes("/proc/self/none", inodes), 4);
+    const std::string base(1021, 'b');
+    EXPECT_EQ(CUnixProcNet::make_proc_path(base.c_str(), "n", "s"), base + "/n/");
+    EXPECT_EQ(CUnixProcNet::make_proc_path(nullptr, "42", nullptr), "/proc/42");
 
     const int listener = open_socket(AF_INET, SOCK_STREAM);
     const int client = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -305,30 +308,6 @@ void check_roots() {
 
 TEST(ProcNet, MatchesEachProcessAgainstTheTablesOfItsRoot) {
   sandbox::run(check_roots, {120, false});  // no leak check where /proc is out of sight
-}
-
-TEST(ProcNet, FormsPaths) {
-  EXPECT_TRUE(CUnixProcNet::is_proc_info_dir("0123456789") && CUnixProcNet::is_proc_info_dir(""));
-  EXPECT_FALSE(CUnixProcNet::is_proc_info_dir("self") || CUnixProcNet::is_proc_info_dir("1a"));
-  const std::string base(1021, 'b');
-  EXPECT_EQ(CUnixProcNet::make_proc_path(base.c_str(), "n", "s"), base + "/n/");
-  EXPECT_EQ(CUnixProcNet::make_proc_path(nullptr, "42", nullptr), "/proc/42");
-}
-
-TEST(ProcNet, MatchesInDescriptorThenTableOrder) {
-  std::vector<CUnixProcNet::NetInfo> nets;
-  for (unsigned i = 0; i < 500; ++i) nets.push_back({i * i % 300, i, 2, "l", "r", "p", "s"});
-  std::vector<unsigned long> inodes;
-  Texts expected;
-  for (unsigned long i = 0; i < 400; ++i) {
-    inodes.push_back(i * 7 % 1500);
-    for (const auto& net : nets) {
-      if (net.inode == inodes.back()) expected.push_back("17 " + text(net));
-    }
-  }
-  std::vector<CUnixProcNet::ProcNetInfo> out;
-  CUnixProcNet::relation_proc_net("17x", inodes, nets, out);
-  EXPECT_EQ(texts(out), expected);
 }
 
 }  // namespace
