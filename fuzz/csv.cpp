@@ -19,7 +19,7 @@ const std::string& path() {
   return file.path;
 }
 
-// As C strings: what is behind a byte of zero does not arrive in an array.
+// As C strings: what is after a byte of zero does not arrive in an array.
 Record c_texts(Record record) {
   for (std::string& field : record) field.resize(std::char_traits<char>::length(field.c_str()));
   return record;

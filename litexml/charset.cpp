@@ -1,6 +1,5 @@
 #include "charset.h"
 
-#include <iconv.h>
 #include <strings.h>
 
 #include <algorithm>
@@ -8,42 +7,13 @@
 #include <cctype>
 #include <cerrno>
 
+#include "base/iconv.h"
+
 namespace litexml {
 namespace {
 
-class Converter {
- public:
-  Converter(const char* to, const char* from) noexcept : handle_(::iconv_open(to, from)) {}
-  ~Converter() {
-    if (*this) ::iconv_close(handle_);
-  }
-  Converter(const Converter&) = delete;
-  Converter& operator=(const Converter&) = delete;
-
-  explicit operator bool() const noexcept {
-    return handle_ !=
-           reinterpret_cast<iconv_t>(-1);  // NOLINT(performance-no-int-to-ptr): iconv's own
-  }
-
-  /// Converts from `in` until it ends or `room` is full; false at anything else. Both shrink.
-  bool step(std::string_view& in, char*& out, std::size_t& room) noexcept {
-    char* from = const_cast<char*>(in.data());
-    std::size_t left = in.size();
-    const std::size_t result = ::iconv(handle_, &from, &left, &out, &room);
-    in.remove_prefix(in.size() - left);
-    return result != static_cast<std::size_t>(-1) || errno == E2BIG;
-  }
-  /// Goes back to the initial state, with what that takes.
-  void finish(char*& out, std::size_t& room) noexcept {
-    ::iconv(handle_, nullptr, nullptr, &out, &room);
-  }
-
- private:
-  iconv_t handle_;
-};
-
 bool convert(const char* to, const char* from, std::string_view bytes, std::string& out) {
-  Converter converter(to, from);
+  utility::detail::Iconv converter(to, from);
   if (!converter) return false;
   out.clear();
   std::array<char, 4096> block;
@@ -53,7 +23,7 @@ bool convert(const char* to, const char* from, std::string_view bytes, std::stri
     if (bytes.empty()) {
       converter.finish(end, room);
       more = false;
-    } else if (!converter.step(bytes, end, room)) {
+    } else if (!converter.convert(bytes, end, room) && errno != E2BIG) {
       return false;
     }
     out.append(block.data(), end);
@@ -136,14 +106,14 @@ bool Charset::from_utf8(std::string_view text, std::string& out) const {
 }
 
 std::size_t Charset::bytes_before(std::string_view file, std::size_t length) const {
-  Converter converter("UTF-8", name_.c_str());
+  utility::detail::Iconv converter("UTF-8", name_.c_str());
   std::string_view rest = file;
   std::array<char, 4096> block;
   while (length > 0 && !rest.empty()) {
     char* end = block.data();
     std::size_t room = std::min(block.size(), length);
     const std::size_t before = room;
-    if (!converter.step(rest, end, room) || room == before) break;
+    if ((!converter.convert(rest, end, room) && errno != E2BIG) || room == before) break;
     length -= before - room;
   }
   return file.size() - rest.size();

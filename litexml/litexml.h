@@ -40,7 +40,7 @@ class ILiteXmlElement {
   /// one was. Blank text beside child elements goes for layout afterwards.
   virtual void set_text(const char* value) = 0;
 
-  /// Sets the attribute `name`; a new one goes behind the others.
+  /// Sets the attribute `name`; a new one goes after the others.
   virtual void set_attribute(const char* name, const char* value) = 0;
 
   /// The value of the attribute `name`; empty when there is none.
@@ -84,7 +84,7 @@ class ILiteXmlDocument {
   /// The file is rewritten in place, not replaced: owner, mode, security label, hard links and bind
   /// mounts of other programs' files stay as they are. Its room is reserved before the first byte
   /// is changed, so that a full disk or a quota leaves it untouched, and it is written at once: a
-  /// crash leaves the old file or the new one, perhaps with blanks behind it up to the old size. A
+  /// crash leaves the old file or the new one, perhaps with blanks after it up to the old size. A
   /// failing disk may leave it half written.
   /// @return greater than 0 on success.
   virtual int save(const char* path) = 0;

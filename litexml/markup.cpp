@@ -105,9 +105,9 @@ std::size_t content_end(std::string_view text, std::size_t close) {
   std::size_t at = close + 1;
   for (int depth = 1;;) {
     at = found(text.find('<', at));
-    const std::size_t behind = skip_opaque(text, at);
-    if (behind != at) {
-      at = behind;
+    const std::size_t skipped = skip_opaque(text, at);
+    if (skipped != at) {
+      at = skipped;
       continue;
     }
     const std::size_t end = tag_close(text, at + 1);

@@ -27,7 +27,7 @@ class UTILITY_API CBinHex {
   /// and all above as c - 55, all others as c - 48; the byte is high * 16 + low, cut to 8 bits.
   ///
   /// @param in       the text.
-  /// @param inLen    its count of characters. Where it is odd, the byte behind the last one is read
+  /// @param inLen    its count of characters. Where it is odd, the byte after the last one is read
   ///                 as the low digit (for a C string, its NUL).
   /// @param out      receives the bytes; may be null where `outSize` does not suffice.
   /// @param outSize  bytes that `out` has room for.

@@ -20,7 +20,7 @@ class UTILITY_API CConv {
  public:
   /// Converts the GBK text `in` to UTF-8.
   ///
-  /// The result is not NUL-terminated and bytes of `out` behind it keep their value.
+  /// The result is not NUL-terminated and bytes of `out` after it keep their value.
   ///
   /// @param in       NUL-terminated text.
   /// @param out      receives the result; null asks for the size only.
@@ -79,7 +79,7 @@ class UTILITY_API CConv {
   /// Decodes percent-encoded text: "+" becomes a blank, "%" with two hex digits the byte they
   /// spell.
   ///
-  /// A "%" without two hex digits behind it stays as it is.
+  /// A "%" without two hex digits after it stays as it is.
   ///
   /// @return the decoded text up to its first NUL, so "%00" ends it.
   static std::string url_decode(const std::string& text);
@@ -88,7 +88,7 @@ class UTILITY_API CConv {
   /// `url_encode` of the UTF-8 form of the GBK text `text`; empty for a null `text`.
   static std::string gbk_to_utf8_url_string(const char* text);
 
-  /// Tells whether the GBK text `text` holds a character behind the row of full-width punctuation
+  /// Tells whether the GBK text `text` holds a character after the row of full-width punctuation
   /// (lead byte 0xA3).
   ///
   /// A byte counts as a lead byte only where another byte follows; the last byte is never looked

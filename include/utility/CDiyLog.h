@@ -44,7 +44,7 @@ class UTILITY_API CDiyLog {
   /// @param path   the file; also what is deleted and made again when the file is full.
   /// @param flags  `Flag` bits. With `kProcessId` the id of the process that calls `init` is meant,
   ///               in a later fork as well.
-  /// @return true when the file is open; false when it cannot be opened, and for every call behind
+  /// @return true when the file is open; false when it cannot be opened, and for every call after
   ///         the first, even if that failed (the first file stays in use).
   bool init(std::string path, unsigned long flags);
 

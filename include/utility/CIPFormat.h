@@ -47,7 +47,7 @@ class UTILITY_API CIPFormat {
   /// Reads dotted IPv4 text.
   ///
   /// Lenient on purpose: fewer than four parts fill the high bytes only ("10.1" is 10.1.0.0, "" is
-  /// 0.0.0.0), an empty part is 0, and everything behind the fourth part is ignored ("1.2.3.4.9").
+  /// 0.0.0.0), an empty part is 0, and everything after the fourth part is ignored ("1.2.3.4.9").
   /// A "/" ends the number of its part, so "1.2.3.4/24" is 1.2.3.4.
   ///
   /// @return 1, or 0 when a part is above 255 or another character comes before the end of the
@@ -152,7 +152,7 @@ class UTILITY_API CIPFormat {
   /// @return 0, or 1 when `text` does not parse. On failure `out` is untouched.
   int format_ip_address(const char* text, std::string& out);
 
-  // Addresses are compared by their decimal text: the four words printed in decimal, one behind the
+  // Addresses are compared by their decimal text: the four words printed in decimal, one after the
   // other. The longer text is the greater, then the digits decide. Among IPv4 addresses that is
   // their numeric order; among other IPv6 addresses it is not always.
 

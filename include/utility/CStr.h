@@ -24,7 +24,7 @@ class UTILITY_API CStr {
 
   /// Cuts out every part of `text` from `open` to the next `close`, markers included.
   ///
-  /// `close` is searched from where `open` begins, not from behind it, so a close marker can match
+  /// `close` is searched from where `open` begins, not from after it, so a close marker can match
   /// inside the open marker. An `open` without a `close` ends the work and stays in the text.
   static void trim_remark(const std::string& open, const std::string& close, std::string& text);
 

@@ -14,11 +14,30 @@ namespace utility {
 /// Item types are single letters: '_' regular file, 'd' directory, 'c' character device, 'b' block
 /// device, 'f' FIFO, 'l' symbolic link, 's' socket; 'a' means any type, as a filter only.
 ///
-/// An item "exists" when access(2) finds it, so a symbolic link to nothing does not exist, but for
+/// An item "exists" when access(2) finds it, so a dangling link does not exist, but for
 /// `delete_item`. Paths count up to their first NUL byte.
 ///
 /// Hazard: each step looks its path up anew. Do not run these operations over a tree that somebody
 /// less trusted can change meanwhile, but for `delete_item`, which never leaves the tree.
+///
+/// | Code | Meaning |
+/// |---|---|
+/// | 0 | done |
+/// | 1 | an empty path |
+/// | 2 | the item could not be examined |
+/// | 3 | not a directory |
+/// | 4 | the directory could not be opened |
+/// | 5 | the callback stopped it, or a part of the tree could not be deleted |
+/// | 6 | the item exists |
+/// | 7 | the file could not be created |
+/// | 8 | the directory could not be created |
+/// | 9 | the type cannot be created |
+/// | 10 | no such item |
+/// | 11 | it could not be removed |
+/// | 12 | it could not be renamed |
+/// | 13 | its permissions could not be set |
+/// | 14 | an unknown file type |
+/// | 17 | the mount table could not be opened |
 ///
 /// There is no shared state; operations on different trees may run on any number of threads.
 class UTILITY_API CUnixFile {

@@ -14,19 +14,19 @@ namespace utility {
 /// `operate_agent_service`. A null path is the empty one, which never exists. All may run on any
 /// number of threads at once, but edits of the firewall's rules only one at a time.
 ///
-/// The result codes of the operations that return an `int` status:
-///
-///     0   done
-///     1   a source could not be opened, or the copy could not be written
-///     2   a command's output pipe could not be had
-///     3   the target already exists
-///     4   the source does not exist
-///     7   the file could not be created
-///     9   no command was given
-///     10  the file's status could not be read
-///     11  a file or directory could not be removed
-///     12  a directory of the chain could not be made
-///     13  the entry is neither a directory, a regular file nor a link
+/// | Code | Meaning |
+/// |---|---|
+/// | 0 | done |
+/// | 1 | a source could not be opened, or the copy could not be written |
+/// | 2 | a command's output pipe could not be had |
+/// | 3 | the target already exists |
+/// | 4 | the source does not exist |
+/// | 7 | the file could not be created |
+/// | 9 | no command was given |
+/// | 10 | the file's status could not be read |
+/// | 11 | a file or directory could not be removed |
+/// | 12 | a directory of the chain could not be made |
+/// | 13 | the entry is neither a directory, a regular file nor a link |
 class UTILITY_API CUnixTools {
  public:
   /// True when `path` exists, whether or not the caller may use it.
@@ -123,8 +123,7 @@ class UTILITY_API CUnixTools {
   ///              harmless.
   /// @param mode  the permission bits of each new directory, subject to the process's umask.
   /// @return 0 (also for directories that exist, and links to such); 12 at the first that cannot be
-  /// made
-  ///         or is something else.
+  ///         made or is something else.
   static int mkdir_parents(const std::string& path, const unsigned long& mode);
 
   /// Runs `command` with system(3) and waits for it.
@@ -189,7 +188,7 @@ class UTILITY_API CUnixTools {
   /// @return always 0.
   static int iptables_banned_port(const std::string& distribution, const int& port);
 
-  /// Inserts a rule line into a file in the iptables-save format, behind the first line that begins
+  /// Inserts a rule line into a file in the iptables-save format, after the first line that begins
   /// with ":INPUT"; without such a line the file keeps its content. A rule that is there already is
   /// added again.
   ///
@@ -233,7 +232,7 @@ class UTILITY_API CUnixTools {
   /// Returns the value of an entry in the file "command_control" of the installation directory.
   ///
   /// The first line (of at most 127 bytes) that begins with `name` counts, whatever follows the
-  /// name; the one byte behind the name is dropped and the rest trimmed.
+  /// name; the one byte after the name is dropped and the rest trimmed.
   ///
   /// @return the value; empty when the file cannot be opened or no line begins so.
   /// @throws std::out_of_range when that line ends with the name itself, without even a line feed;

@@ -18,7 +18,7 @@ namespace utility {
 /// end at their first NUL byte. Values are plain text; what XML needs escaped is escaped. An edit
 /// keeps every byte of the file outside the place edited. The file is rewritten in place, so owner,
 /// mode and links stay; it is not locked. It is written at once: a crash leaves the old file or the
-/// new one, the latter perhaps with blanks behind it up to the old size.
+/// new one, the latter perhaps with blanks after it up to the old size.
 ///
 /// A malformed expression, a value that XML or the encoding cannot hold, and whatever else the
 /// document library refuses read as false. Only what is no `CLiteXmlException` of that library,
@@ -54,7 +54,7 @@ class UTILITY_API CXmlEx {
                                  const std::string& name, std::string& value);
 
   /// Creates the last step of `xpath` as an empty element if nothing matches `xpath`. The steps
-  /// before the last "/" must match already; behind it stands the name of the new element.
+  /// before the last "/" must match already; after it stands the name of the new element.
   ///
   /// @return true when the element was there (the file is not saved then), when it was added, and
   ///         also when the file is missing or cannot be read as XML. False, with the file as it

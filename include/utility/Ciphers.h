@@ -8,7 +8,7 @@
 
 /// @file
 /// Two reversible transformations of strings: XXTEA (Corrected Block TEA, 128-bit key, the length
-/// of the plaintext kept in a word behind it) and a keyless substitution of hex digits.
+/// of the plaintext kept in a word after it) and a keyless substitution of hex digits.
 ///
 /// Neither authenticates what it decrypts, and the second is an obfuscation only, whatever its name
 /// says. All operations may run on any number of threads at once.
@@ -17,7 +17,7 @@ namespace utility {
 /// Enciphers `data` with XXTEA.
 ///
 /// @param data  any bytes, at most 4 GiB - 1.
-/// @param key   up to 16 bytes count, none behind the first zero byte; a shorter key is the key
+/// @param key   up to 16 bytes count, none after the first zero byte; a shorter key is the key
 ///              filled up with zero bytes.
 /// @return the ciphertext, 4 * (size / 4 rounded up + 1) bytes; empty for empty data and without
 ///         memory.
@@ -33,9 +33,9 @@ UTILITY_API std::string xxtea_decrypt(const std::string& data, std::string key);
 ///
 /// @param data    any bytes.
 /// @param len     their count.
-/// @param key     16 bytes, all readable; those behind the first zero byte count as zero.
+/// @param key     16 bytes, all readable; those after the first zero byte count as zero.
 /// @param outLen  receives the size of the result; 0 on failure.
-/// @return the ciphertext with one zero byte behind it, to be released with `free`; null where the
+/// @return the ciphertext with one zero byte after it, to be released with `free`; null where the
 ///         string form is empty and for a null `data` or `key`.
 UTILITY_API void* xxtea_encrypt(const void* data, std::size_t len, const void* key,
                                 std::size_t* outLen);
@@ -61,7 +61,7 @@ UTILITY_API std::uint32_t* xxtea_to_uint_array(const void* data, std::size_t len
 /// @param includeLength  whether the last word is the length of the result; it must then lie
 ///                       between 4 * count - 7 and 4 * count - 4.
 /// @param outLen         receives the size of the result; 0 on failure.
-/// @return the bytes with one zero byte behind them, to be released with `free`; null where the
+/// @return the bytes with one zero byte after them, to be released with `free`; null where the
 ///         length word does not fit and without memory.
 UTILITY_API unsigned char* xxtea_to_ubyte_array(const std::uint32_t* words, std::size_t count,
                                                 bool includeLength, std::size_t* outLen);

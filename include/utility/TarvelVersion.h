@@ -31,7 +31,7 @@ class UTILITY_API TarvelVersion {
   /// Appends the numbers of the version in `text` to `parts`, as the constructor does.
   ///
   /// The first "(", "_" or "-" divides the text: what stands before it counts when the text begins
-  /// with a digit, else what stands behind it. That, trimmed, is split at dots; empty pieces are
+  /// with a digit, else what stands after it. That, trimmed, is split at dots; empty pieces are
   /// dropped, and each piece is read as strtol(3) reads decimals: leading digits count, "V3" is 0.
   /// A number beyond `long` is the nearest `long`; of a number beyond `int` the low 32 bits are
   /// kept.

@@ -24,7 +24,7 @@ class DirWalk {
   /// False when the directory could not be opened; `next` then yields nothing.
   explicit operator bool() const noexcept { return static_cast<bool>(fd_); }
 
-  /// The name of the next entry, or null behind the last one. Valid until the next call.
+  /// The name of the next entry, or null after the last one. Valid until the next call.
   const char* next() noexcept;
 
   /// The open directory, for the *at() calls.
@@ -55,7 +55,7 @@ class ProcWalk {
 
   explicit operator bool() const noexcept { return static_cast<bool>(dir_); }
 
-  /// Goes to the next process; false behind the last one.
+  /// Goes to the next process; false after the last one.
   bool next() noexcept;
 
   /// The entry in hand: its name and the number that it reads as.

@@ -4,7 +4,7 @@
 #include <limits>
 
 #include "base/handles.h"
-#include "codec/hex.h"
+#include "base/hex.h"
 
 namespace utility {
 

@@ -1,46 +1,19 @@
 #include "utility/CConv.h"
 
-#include <iconv.h>
-
 #include <cstddef>
 #include <cstring>
 #include <cwchar>
 #include <limits>
 #include <memory>
 #include <new>
-#include <optional>
+#include <string_view>
 
 #include "base/handles.h"
-#include "codec/hex.h"
+#include "base/hex.h"
+#include "base/iconv.h"
 
 namespace utility {
 namespace {
-
-/// One open converter of the C library.
-class Converter {
- public:
-  Converter(const char* to, const char* from) noexcept : handle_(::iconv_open(to, from)) {}
-  ~Converter() {
-    if (is_open()) ::iconv_close(handle_);
-  }
-  Converter(const Converter&) = delete;
-  Converter& operator=(const Converter&) = delete;
-
-  bool is_open() const noexcept {
-    return handle_ != reinterpret_cast<iconv_t>(-1);  // NOLINT(performance-no-int-to-ptr): its API
-  }
-
-  /// Converts `in_size` bytes and returns the bytes written; 0 on any failure.
-  std::size_t run(const char* in, std::size_t in_size, char* out, std::size_t out_size) noexcept {
-    char* from = const_cast<char*>(in);  // iconv only reads it
-    std::size_t room = out_size;
-    const std::size_t result = ::iconv(handle_, &from, &in_size, &out, &room);
-    return result == static_cast<std::size_t>(-1) ? 0 : out_size - room;
-  }
-
- private:
-  iconv_t handle_;
-};
 
 struct CodeSets {
   const char* from;
@@ -53,9 +26,12 @@ constexpr CodeSets kUtf8ToUnicode = {"UTF-8", "UNICODE"};
 
 std::size_t convert(const CodeSets& sets, const void* in, std::size_t in_size, void* out,
                     std::size_t out_size) noexcept {
-  Converter converter(sets.to, sets.from);
-  if (!converter.is_open()) return 0;
-  return converter.run(static_cast<const char*>(in), in_size, static_cast<char*>(out), out_size);
+  detail::Iconv converter(sets.to, sets.from);
+  if (!converter) return 0;
+  std::string_view bytes(static_cast<const char*>(in), in_size);
+  char* end = static_cast<char*>(out);
+  std::size_t room = out_size;
+  return converter.convert(bytes, end, room) ? out_size - room : 0;
 }
 
 int as_int(std::size_t size) noexcept {
@@ -87,13 +63,6 @@ std::string convert_text(const CodeSets& sets, const char* text, std::size_t gro
 bool stays_in_url(char c) noexcept {
   return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '-' ||
          c == '.' || c == '_';
-}
-
-std::optional<int> hex_digit(char c) noexcept {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  return std::nullopt;
 }
 
 }  // namespace
@@ -175,8 +144,8 @@ std::string CConv::url_decode(const std::string& text) {
     if (c == '+') {
       c = ' ';
     } else if (c == '%' && text.size() - i > 2) {
-      const std::optional<int> high = hex_digit(text[i + 1]);
-      const std::optional<int> low = hex_digit(text[i + 2]);
+      const auto high = detail::hex_digit(text[i + 1]);
+      const auto low = detail::hex_digit(text[i + 2]);
       if (high && low) {
         c = static_cast<char>(*high * 16 + *low);
         i += 2;

@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "base/handles.h"
-#include "codec/hex.h"
+#include "base/hex.h"
 #include "utility/MD5.h"
 
 namespace utility {

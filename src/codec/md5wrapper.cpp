@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "base/handles.h"
-#include "codec/hex.h"
+#include "base/hex.h"
 #include "utility/MD5.h"
 
 namespace utility {

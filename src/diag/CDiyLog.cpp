@@ -107,7 +107,7 @@ void CDiyLog::write_log(const char* format, ...) {
   put_line(now, message, std::strlen(message));
 }
 
-// Writes the message, which has `kPrefixRoom` bytes before it and one behind it for the line end.
+// Writes the message, which has `kPrefixRoom` bytes before it and one after it for the line end.
 void CDiyLog::put_line(std::time_t now, char* message, std::size_t length) {
   message[length] = '\n';
   const std::lock_guard<std::mutex> hold(m_lock);

@@ -157,10 +157,10 @@ std::string_view CsvScanner::block(off_t offset) noexcept {
 }
 
 CsvScanner::Mark CsvScanner::nearest(int record) const noexcept {
-  const auto behind =
+  const auto after =
       std::upper_bound(marks_.begin(), marks_.end(), record,
                        [](int value, const Mark& mark) { return value < mark.record; });
-  const Mark mark = behind == marks_.begin() ? Mark{0, 0} : *std::prev(behind);
+  const Mark mark = after == marks_.begin() ? Mark{0, 0} : *std::prev(after);
   return last_.record <= record && last_.record > mark.record ? last_ : mark;
 }
 
@@ -270,10 +270,10 @@ void CsvScanner::inserted(off_t offset, off_t size) {
 }
 
 void CsvScanner::blanked(int record, off_t begin) {
-  const auto behind = std::partition_point(marks_.begin(), marks_.end(),
+  const auto after = std::partition_point(marks_.begin(), marks_.end(),
                                            [=](const Mark& mark) { return mark.record <= record; });
-  for (auto mark = behind; mark != marks_.end(); ++mark) --mark->record;
-  if (behind != marks_.end() && behind->record == record) marks_.erase(behind);
+  for (auto mark = after; mark != marks_.end(); ++mark) --mark->record;
+  if (after != marks_.end() && after->record == record) marks_.erase(after);
   last_ = {record, begin};
   restamp(size());
 }

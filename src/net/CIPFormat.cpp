@@ -6,6 +6,8 @@
 #include <cstring>
 
 #include "base/handles.h"
+#include "base/hex.h"
+#include "base/text.h"
 
 unsigned int ipv6_ntohl(unsigned int value) {
   return __builtin_bswap32(value);
@@ -28,16 +30,8 @@ constexpr std::size_t kTextMax = 127;
 
 enum Field { kInvalid = -1, kHexGroup = 0, kEmpty = 1, kDotted = 2 };
 
-bool is_white_space(char c) noexcept {
-  return c == ' ' || (c >= '\t' && c <= '\r');
-}
-
 bool is_digit(char c) noexcept {
   return c >= '0' && c <= '9';
-}
-
-bool is_hex_digit(char c) noexcept {
-  return is_digit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
 }
 
 // A field as "%x" reads it: blanks, sign and "0x" are taken, what is no number is 0.
@@ -187,7 +181,7 @@ int CIPFormat::ipv6_address_field_type_get(const char* field) {
   if (length == 0) return kEmpty;
   if (length <= kGroupDigits) {
     for (const char* at = field; *at != '\0'; ++at) {
-      if (!is_hex_digit(*at)) return kInvalid;
+      if (!detail::hex_digit(*at)) return kInvalid;
     }
     return kHexGroup;
   }
@@ -291,7 +285,7 @@ char* CIPFormat::string_white_space_trim(char* text) {
   if (text == nullptr) return nullptr;
   char* end = text;
   for (const char* at = text; *at != '\0'; ++at) {
-    if (!is_white_space(*at)) *end++ = *at;
+    if (std::strchr(detail::kWhiteSpace, *at) == nullptr) *end++ = *at;
   }
   *end = '\0';
   return text;

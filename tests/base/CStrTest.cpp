@@ -90,7 +90,7 @@ TEST(CStr, SplittersDropEmptyFieldsAndAppend) {
       {"an empty set", at_bytes(""), "a", {"kept"}},
       {"a separator string", at_text(", "), ", a, , b,c, ", {"kept", "a", "b,c"}},
       {"an empty separator", at_text(""), "ab", {"kept"}},
-      {"the rest behind the last one", at_text(","), ",a,,b", {"kept", "a", "b"}},
+      {"the rest after the last one", at_text(","), ",a,,b", {"kept", "a", "b"}},
       {"words", words, " a  b\tc\v\fd\n", {"kept", "a", "b", "c", "d"}},
       {"no word", words, " \n", {"kept"}},
   };

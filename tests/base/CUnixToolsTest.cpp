@@ -259,7 +259,7 @@ TEST(CUnixTools, CommandsReportOneByteOfTheirStatus) {
 }
 
 TEST(CUnixTools, CommandOutputArrivesInPieces) {
-  // What the lines are then, and the result behind them.
+  // What the lines are then, and the result after them.
   const auto run = [](const char* command, int length) {
     Lines lines{"kept"};
     const int result = CUnixTools::exec_cmd_results(command, lines, length);

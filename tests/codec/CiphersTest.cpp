@@ -61,7 +61,7 @@ TEST(Xxtea, PlainMemory) {
   const std::string key("key\0more than ze", 16);
   std::size_t size = 99;
   const std::string cipher = take(xxtea_encrypt("Hello", 5, key.data(), &size), 13);
-  EXPECT_EQ(hex_of(cipher), "d44f952d968a2d9dd0191d5700") << "with a zero byte behind it";
+  EXPECT_EQ(hex_of(cipher), "d44f952d968a2d9dd0191d5700") << "with a zero byte after it";
   EXPECT_EQ(size, 12U);
   EXPECT_EQ(take(xxtea_decrypt(cipher.data(), size, key.data(), &size), 6).c_str(), "Hello"s);
   EXPECT_EQ(size, 5U);

@@ -74,7 +74,7 @@ TEST(Interfaces, AreWhatTheyWereMade) {
     EXPECT_EQ(line(info.name, info), "a b d e c 6 7\n");
     EXPECT_EQ(single_values("only6", info), (std::vector<int>{0, 0, 4, 4, 4, 0}));
 
-    // Names are looked for every 8 bytes: this one shows an address family 16 bytes behind the
+    // Names are looked for every 8 bytes: this one shows an address family 16 bytes after the
     // padding of the request before it.
     shell("x=$(printf '12345678\\002'); ip link add $x type bridge && ip addr add 10.4.0.1 dev $x");
     names = {"kept"};

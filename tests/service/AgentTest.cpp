@@ -64,7 +64,7 @@ TEST(Agent, CommandControlEntriesAndTheScriptService) {
       {"blanks around", "y", "y  web  \n", "web"},
       {"a name that only begins the line", "script", "script_server=a\n", "server=a"},
       {"no entry", "y", "x=1\n", ""},
-      {"nothing behind the name", "y", "y\n", ""},
+      {"nothing after the name", "y", "y\n", ""},
       {"127 bytes of a line", "y", "y=" + std::string(200, 'v'), std::string(125, 'v')},
   };
   sandbox::run([&rows] {

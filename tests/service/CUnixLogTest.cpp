@@ -164,8 +164,8 @@ TEST(CUnixLog, ReplacingBytesNeverShrinksTheFile) {
   for (auto [mode, start, end, text, result, after] : rows) {
     FILE* file = std::fopen(dir.write("file", "0123456789").c_str(), mode);
     EXPECT_EQ(CUnixLog::sub_line(file, start, end, text), result) << after;
-    const long behind = start + static_cast<long>(text.size());
-    EXPECT_TRUE(result != 0 || std::ftell(file) == behind) << after;
+    const long next = start + static_cast<long>(text.size());
+    EXPECT_TRUE(result != 0 || std::ftell(file) == next) << after;
     std::fclose(file);
     EXPECT_EQ(dir.read("file"), after);
     EXPECT_EQ(CUnixLog::sub_line(nullptr, start, end, text), 1);

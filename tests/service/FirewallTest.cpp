@@ -84,7 +84,7 @@ TEST(Firewall, RulesAreInsertedAndRemoved) {
     std::string rule = kRule;
     std::string stale = {};  // what an earlier work file left
   } rows[] = {
-      {"behind the first chain line only", insert, ":INPUT a\n:INPUT b\n",
+      {"after the first chain line only", insert, ":INPUT a\n:INPUT b\n",
        ":INPUT a\n" + kRule + ":INPUT b\n"},
       {"added again when present", insert, ":INPUT\n" + kRule, ":INPUT\n" + kRule + kRule},
       {"no chain line: unchanged", insert, " :INPUT\nx", " :INPUT\nx"},

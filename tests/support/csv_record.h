@@ -21,7 +21,7 @@ inline bool write(utility::CCSV& csv, const std::vector<std::string>& fields) {
   return done;
 }
 
-/// Frees what ReadRecord gave, also what lies behind an empty field, out of FreeRecord's reach.
+/// Frees what ReadRecord gave, also what lies after an empty field, out of FreeRecord's reach.
 inline void free_all(char** record, int cols) {
   int empty = 0;
   while (*record[empty] != '\0') ++empty;

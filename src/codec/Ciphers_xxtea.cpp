@@ -23,7 +23,7 @@ using Words = std::unique_ptr<std::uint32_t[], Free>;
 /// The four words of a key.
 class Key {
  public:
-  /// Takes up to 16 of `size` bytes and none behind the first zero byte.
+  /// Takes up to 16 of `size` bytes and none after the first zero byte.
   Key(const void* bytes, std::size_t size) noexcept {
     const std::size_t used = ::strnlen(static_cast<const char*>(bytes), std::min(size, kKeySize));
     std::memcpy(words_.data(), bytes, used);
