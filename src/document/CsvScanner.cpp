@@ -271,7 +271,7 @@ void CsvScanner::inserted(off_t offset, off_t size) {
 
 void CsvScanner::blanked(int record, off_t begin) {
   const auto after = std::partition_point(marks_.begin(), marks_.end(),
-                                           [=](const Mark& mark) { return mark.record <= record; });
+                                          [=](const Mark& mark) { return mark.record <= record; });
   for (auto mark = after; mark != marks_.end(); ++mark) --mark->record;
   if (after != marks_.end() && after->record == record) marks_.erase(after);
   last_ = {record, begin};
