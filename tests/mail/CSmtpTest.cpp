@@ -136,6 +136,11 @@ TEST(CSmtp, CredentialsFitIntoACommandOrStayHere) {
   EXPECT_EQ(attempt(0, CSmtp::auth_cram_md5, "user\0x"s,
                     std::string(4095, 'x')),  // python's hmac module has it so
             "AUTH CRAM-MD5\r\ndXNlciA1ZGRlY2JlNmU1MTdmYjM3NThhYzIxMjQ3NTk5ZmYwMw==\r\n");
+  auto mail = mail_to(std::string(5000, 'h'));
+  const auto client = [&](int sock) { EXPECT_EQ(CSmtp::putmail(sock, mail), 9); };
+  EXPECT_EQ(talk({}, client).size(), 4095U) << "a longer command is cut";
+  mail.to.clear();
+  EXPECT_EQ(CSmtp::putmail(-1, mail), 1);
 }
 
 // In a thread that has the alarm blocked, while the main thread waits for a child and takes none.
