@@ -74,13 +74,13 @@ class StrictScanner {
 
 // As inet_ntop has it, which formats through printf: a third of the time that a table takes.
 std::string ipv4_text(const unsigned char* bytes) {
-  std::array<char, 16> text;
+  std::array<char, 4 * sizeof "255."> text;
   char* end = text.data();
   for (int i = 0; i < 4; ++i) {
-    if (i > 0) *end++ = '.';
-    end = std::to_chars(end, text.data() + text.size(), bytes[i]).ptr;
+    end = std::to_chars(end, end + 3, bytes[i]).ptr;
+    *end++ = '.';
   }
-  return {text.data(), end};
+  return {text.data(), end - 1};
 }
 
 }  // namespace
