@@ -33,9 +33,7 @@ Bytes random_bytes(std::size_t size) {
   return bytes;
 }
 
-std::string name(const char* row, std::size_t size) {
-  return row + ("/" + std::to_string(size));
-}
+std::string name(const char* row, std::size_t size) { return row + ("/" + std::to_string(size)); }
 
 Digest library_md5(Bytes& bytes) {
   Digest digest;

@@ -31,9 +31,7 @@ bool convert(const char* to, const char* from, std::string_view bytes, std::stri
   return true;
 }
 
-bool same_name(const std::string& a, const char* b) {
-  return ::strcasecmp(a.c_str(), b) == 0;
-}
+bool same_name(const std::string& a, const char* b) { return ::strcasecmp(a.c_str(), b) == 0; }
 
 /// The value of "encoding" in the XML declaration that `file` begins with; empty without one.
 std::string declared(std::string_view file) {

@@ -274,6 +274,4 @@ class Document final : public ILiteXmlDocument {
 
 CLiteXmlException::~CLiteXmlException() = default;
 
-ILiteXmlDocument* newXmlDocument() {
-  return new litexml::Document;
-}
+ILiteXmlDocument* newXmlDocument() { return new litexml::Document; }

@@ -77,9 +77,7 @@ std::size_t tag_close(std::string_view text, std::size_t name) {
   return at;
 }
 
-bool is_self_closed(std::string_view text, std::size_t close) {
-  return text[close - 1] == '/';
-}
+bool is_self_closed(std::string_view text, std::size_t close) { return text[close - 1] == '/'; }
 
 std::string_view tag_name(std::string_view text, std::size_t name) {
   return text.substr(name, found(text.find_first_of(" \t\r\n/>", name)) - name);
@@ -130,9 +128,7 @@ Range cdata_range(std::string_view text, std::size_t content) {
 }
 
 // Parsers turn a bare CR into LF, and in attributes every blank into a space.
-std::string as_text(std::string_view value) {
-  return escape(value, "&<>\r");
-}
+std::string as_text(std::string_view value) { return escape(value, "&<>\r"); }
 
 std::string as_attribute(std::string_view value, char quote) {
   return escape(value, quote == '"' ? "&<\"\t\n\r" : "&<'\t\n\r");

@@ -44,9 +44,7 @@ std::multimap<unsigned long, const Process*> by_inode(const std::vector<Process>
   return result;
 }
 
-bool is_udp(const Socket& socket) {
-  return socket.protocol.compare(0, 3, "udp") == 0;
-}
+bool is_udp(const Socket& socket) { return socket.protocol.compare(0, 3, "udp") == 0; }
 
 // UDP has no listening state: it takes what comes unless it is connected.
 bool listens(const Socket& socket) {

@@ -59,13 +59,9 @@ struct Scratch {
 
 }  // namespace
 
-bool smoke() {
-  return option_text("--smoke") != nullptr;
-}
+bool smoke() { return option_text("--smoke") != nullptr; }
 
-bool checking() {
-  return option_text("--run=") == nullptr;
-}
+bool checking() { return option_text("--run=") == nullptr; }
 
 int option(const char* name, int otherwise) {
   const char* text = option_text(std::string("--") + name + "=");

@@ -81,13 +81,9 @@ void CStr::trim_remark(const std::string& marker, std::string& text) {
   if (at != std::string::npos) text.erase(at);
 }
 
-void CStr::right_trim(std::string& text) {
-  right_trim_byte(kTrimSet, text);
-}
+void CStr::right_trim(std::string& text) { right_trim_byte(kTrimSet, text); }
 
-void CStr::left_trim(std::string& text) {
-  left_trim_byte(kTrimSet, text);
-}
+void CStr::left_trim(std::string& text) { left_trim_byte(kTrimSet, text); }
 
 void CStr::trim(std::string& text) {
   left_trim(text);
@@ -120,13 +116,9 @@ void CStr::trim_byte(const std::string& set, std::string& text) {
   right_trim_byte(set, text);
 }
 
-std::string CStr::ulltoa(unsigned long long value) {
-  return std::to_string(value);
-}
+std::string CStr::ulltoa(unsigned long long value) { return std::to_string(value); }
 
-std::string CStr::lltoa(long long value) {
-  return std::to_string(value);
-}
+std::string CStr::lltoa(long long value) { return std::to_string(value); }
 
 unsigned long long CStr::atoull(const std::string& text) {
   const Decimal number = read_decimal(text);

@@ -194,9 +194,7 @@ bool remove_entries(int parent, const char* name, const std::string& path) {
 
 }  // namespace
 
-bool CUnixTools::file_is_exist(const char* path) {
-  return detail::exists(path);
-}
+bool CUnixTools::file_is_exist(const char* path) { return detail::exists(path); }
 
 bool CUnixTools::is_exist_dir(const char* path) {
   return detail::exists(path) && file_type(path) == kDirectory;

@@ -28,13 +28,9 @@ const char* DirWalk::next() noexcept {
   }
 }
 
-bool is_decimal(const char* name) noexcept {
-  return name[std::strspn(name, "0123456789")] == '\0';
-}
+bool is_decimal(const char* name) noexcept { return name[std::strspn(name, "0123456789")] == '\0'; }
 
-bool begins_with_pid(const char* name) noexcept {
-  return std::strtol(name, nullptr, 10) > 0;
-}
+bool begins_with_pid(const char* name) noexcept { return std::strtol(name, nullptr, 10) > 0; }
 
 bool ProcWalk::next() noexcept {
   do {
@@ -43,8 +39,6 @@ bool ProcWalk::next() noexcept {
   return name_ != nullptr;
 }
 
-int ProcWalk::pid() const noexcept {
-  return static_cast<int>(std::strtol(name_, nullptr, 10));
-}
+int ProcWalk::pid() const noexcept { return static_cast<int>(std::strtol(name_, nullptr, 10)); }
 
 }  // namespace utility::detail

@@ -9,9 +9,7 @@
 
 namespace utility::detail {
 
-bool exists(const char* path) noexcept {
-  return ::access(or_empty(path), F_OK) == 0;
-}
+bool exists(const char* path) noexcept { return ::access(or_empty(path), F_OK) == 0; }
 
 bool exists_itself(const char* path) noexcept {
   struct stat status {};

@@ -7,9 +7,7 @@
 namespace utility::detail {
 
 /// Lets a null path be examined as the empty one, which never exists.
-inline const char* or_empty(const char* path) noexcept {
-  return path != nullptr ? path : "";
-}
+inline const char* or_empty(const char* path) noexcept { return path != nullptr ? path : ""; }
 
 /// True when `path` exists (links followed, so a dangling link does not).
 bool exists(const char* path) noexcept;

@@ -216,12 +216,8 @@ void Base64::decode(unsigned char*& out, unsigned long& outLen, const unsigned c
   hand_out(out, outLen, std::move(bytes), size);
 }
 
-std::string Base64::encode(const std::string& bytes) {
-  return run(encode, bytes);
-}
+std::string Base64::encode(const std::string& bytes) { return run(encode, bytes); }
 
-std::string Base64::decode(const std::string& text) {
-  return run(decode, text);
-}
+std::string Base64::decode(const std::string& text) { return run(decode, text); }
 
 }  // namespace utility

@@ -175,13 +175,9 @@ bool CConv::has_chinese_char(const std::string& text) {
   return false;
 }
 
-int CConv::wchar_to_mbyte(const wchar_t*, const unsigned long&, unsigned long&) {
-  return 0;
-}
+int CConv::wchar_to_mbyte(const wchar_t*, const unsigned long&, unsigned long&) { return 0; }
 
-int CConv::mbyte_to_wchar(const char*, const unsigned long&, unsigned long&) {
-  return 0;
-}
+int CConv::mbyte_to_wchar(const char*, const unsigned long&, unsigned long&) { return 0; }
 
 void CConv::wchar_to_mbyte2(const wchar_t*, const unsigned long&, std::string&) {}
 

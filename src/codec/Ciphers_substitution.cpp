@@ -51,12 +51,8 @@ std::string aes_decrypt_imp(const std::string& text) {
   return CBinHex::simple_hex2bin(digits);
 }
 
-int get_sbox_idx(char c) {
-  return index_in(sbox, c);
-}
+int get_sbox_idx(char c) { return index_in(sbox, c); }
 
-int get_invsbox_idx(char c) {
-  return index_in(invsbox, c);
-}
+int get_invsbox_idx(char c) { return index_in(invsbox, c); }
 
 }  // namespace utility

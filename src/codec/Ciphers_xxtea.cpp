@@ -39,9 +39,7 @@ std::uint32_t mix(std::uint32_t y, std::uint32_t z, std::uint32_t sum,
   return (((z >> 5) ^ (y << 2)) + ((y >> 3) ^ (z << 4))) ^ ((sum ^ y) + (key_word ^ z));
 }
 
-std::uint32_t cycles(std::size_t n) noexcept {
-  return static_cast<std::uint32_t>(6 + 52 / n);
-}
+std::uint32_t cycles(std::size_t n) noexcept { return static_cast<std::uint32_t>(6 + 52 / n); }
 
 /// `n` is at least 2 here and below.
 void encipher(std::uint32_t* v, std::size_t n, const Key& key) noexcept {

@@ -103,9 +103,7 @@ void transform(unsigned int* state, const void* message, std::size_t count) noex
   state[3] = d;
 }
 
-std::size_t pending(const MD5::MD5_CTX& context) noexcept {
-  return context.count[0] / 8 % kBlock;
-}
+std::size_t pending(const MD5::MD5_CTX& context) noexcept { return context.count[0] / 8 % kBlock; }
 
 }  // namespace
 

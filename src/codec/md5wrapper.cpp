@@ -39,9 +39,7 @@ md5wrapper::md5wrapper() : md5_(new (std::nothrow) MD5) {}
 
 md5wrapper::~md5wrapper() = default;
 
-std::string md5wrapper::getHashFromString(const std::string& text) {
-  return hashit(text);
-}
+std::string md5wrapper::getHashFromString(const std::string& text) { return hashit(text); }
 
 std::string md5wrapper::hashit(const std::string& text) {
   MD5::MD5_CTX context;
@@ -70,8 +68,6 @@ std::string md5wrapper::getHashFromFile(const std::string& path) {
   return finish(context);
 }
 
-std::string md5wrapper::convToString(unsigned char digest[16]) {
-  return to_text(digest);
-}
+std::string md5wrapper::convToString(unsigned char digest[16]) { return to_text(digest); }
 
 }  // namespace utility

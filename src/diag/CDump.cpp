@@ -86,9 +86,7 @@ int CDump::fdump(FILE* stream, char* data, unsigned long len) {
   });
 }
 
-int CDump::dump(char* data, unsigned long len) {
-  return fdump(stdout, data, len);
-}
+int CDump::dump(char* data, unsigned long len) { return fdump(stdout, data, len); }
 
 int CDump::sndump(char* out, unsigned long outSize, char* data, unsigned long len) {
   if (out == nullptr || data == nullptr) return kNullArgument;
@@ -107,12 +105,8 @@ int CDump::sndump(char* out, unsigned long outSize, char* data, unsigned long le
   });
 }
 
-void CDump::setmaxline(unsigned long bytes) {
-  m_max_line = bytes;
-}
+void CDump::setmaxline(unsigned long bytes) { m_max_line = bytes; }
 
-unsigned long CDump::getmaxline() {
-  return m_max_line;
-}
+unsigned long CDump::getmaxline() { return m_max_line; }
 
 }  // namespace utility

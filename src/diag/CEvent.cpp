@@ -21,9 +21,7 @@ timespec deadline_after(int ms) noexcept {
 
 CEvent::CEvent() : m_cond(nullptr), m_lock(nullptr), m_signaled(0) {}
 
-CEvent::~CEvent() {
-  release();
-}
+CEvent::~CEvent() { release(); }
 
 bool CEvent::init() {
   if (is_valid()) return true;
@@ -51,9 +49,7 @@ void CEvent::release() {
   m_signaled = 0;
 }
 
-bool CEvent::is_valid() const {
-  return m_cond != nullptr;
-}
+bool CEvent::is_valid() const { return m_cond != nullptr; }
 
 int CEvent::wait(int ms) {
   if (!is_valid()) return -1;

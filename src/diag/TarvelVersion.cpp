@@ -27,9 +27,7 @@ TarvelVersion::TarvelVersion(const std::string& text) : m_version(text), m_regul
   m_regular = analyze_version(m_version, m_parts);
 }
 
-bool TarvelVersion::is_regular_ver() const {
-  return m_regular;
-}
+bool TarvelVersion::is_regular_ver() const { return m_regular; }
 
 bool TarvelVersion::analyze_version(const std::string& text, std::vector<int>& parts) {
   if (std::count(text.begin(), text.end(), '.') < 2) return false;
@@ -46,17 +44,11 @@ bool TarvelVersion::operator==(const TarvelVersion& other) const {
   return m_parts == other.m_parts;
 }
 
-bool TarvelVersion::operator!=(const TarvelVersion& other) const {
-  return !(*this == other);
-}
+bool TarvelVersion::operator!=(const TarvelVersion& other) const { return !(*this == other); }
 
-bool TarvelVersion::operator>=(const TarvelVersion& other) const {
-  return !(*this < other);
-}
+bool TarvelVersion::operator>=(const TarvelVersion& other) const { return !(*this < other); }
 
-bool TarvelVersion::operator>(const TarvelVersion& other) const {
-  return !(*this <= other);
-}
+bool TarvelVersion::operator>(const TarvelVersion& other) const { return !(*this <= other); }
 
 bool TarvelVersion::operator<=(const TarvelVersion& other) const {
   return *this == other || *this < other;

@@ -82,15 +82,9 @@ void CCSV::Close() {
   const detail::File closing(std::exchange(m_fp, nullptr));
 }
 
-int CCSV::GetRecordCount() const {
-  return m_records;
-}
-int CCSV::GetCurPos() const {
-  return m_cur;
-}
-int CCSV::GetColCnt() const {
-  return m_cols;
-}
+int CCSV::GetRecordCount() const { return m_records; }
+int CCSV::GetCurPos() const { return m_cur; }
+int CCSV::GetColCnt() const { return m_cols; }
 
 bool CCSV::SetCurPos(int pos) {
   if (pos > m_records || pos < -1) {

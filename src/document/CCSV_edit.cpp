@@ -57,9 +57,7 @@ bool copy_bytes(Place from, Place to, off_t length, char* block, int size) noexc
   return true;
 }
 
-bool ends_array(const char* field) noexcept {
-  return field == nullptr || *field == '\0';
-}
+bool ends_array(const char* field) noexcept { return field == nullptr || *field == '\0'; }
 
 /// `field` in quotes, or null when memory is short.
 char* quoted_copy(const char* field) noexcept {

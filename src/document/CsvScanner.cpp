@@ -110,9 +110,7 @@ std::unique_ptr<CsvScanner> CsvScanner::over(FILE* stream) {
   return scanner;
 }
 
-bool CsvScanner::examine(struct stat& now) const noexcept {
-  return ::fstat(fd_, &now) == 0;
-}
+bool CsvScanner::examine(struct stat& now) const noexcept { return ::fstat(fd_, &now) == 0; }
 
 bool CsvScanner::refresh() noexcept {
   struct stat now {};

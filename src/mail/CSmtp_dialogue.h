@@ -14,9 +14,7 @@ namespace utility::detail {
 bool send_all(int sock, std::string_view bytes) noexcept;
 
 /// What a command takes of `text`, as "%s" does.
-inline std::string before_nul(const std::string& text) {
-  return text.substr(0, text.find('\0'));
-}
+inline std::string before_nul(const std::string& text) { return text.substr(0, text.find('\0')); }
 
 /// What a reply must begin with, and the result where it does not.
 struct Wanted {

@@ -9,9 +9,7 @@
 #include "base/hex.h"
 #include "base/text.h"
 
-unsigned int ipv6_ntohl(unsigned int value) {
-  return __builtin_bswap32(value);
-}
+unsigned int ipv6_ntohl(unsigned int value) { return __builtin_bswap32(value); }
 
 namespace utility {
 namespace {
@@ -30,9 +28,7 @@ constexpr std::size_t kTextMax = 127;
 
 enum Field { kInvalid = -1, kHexGroup = 0, kEmpty = 1, kDotted = 2 };
 
-bool is_digit(char c) noexcept {
-  return c >= '0' && c <= '9';
-}
+bool is_digit(char c) noexcept { return c >= '0' && c <= '9'; }
 
 // A field as "%x" reads it: blanks, sign and "0x" are taken, what is no number is 0.
 unsigned int read_hex(const char* field) noexcept {
@@ -271,9 +267,7 @@ bool CIPFormat::is_not_need_compress_ipv6(const char* text) {
          string_char_count(text, ':') != kGroups - 1;
 }
 
-bool CIPFormat::is_zero_area(const char* field) {
-  return read_hex(field) == 0;
-}
+bool CIPFormat::is_zero_area(const char* field) { return read_hex(field) == 0; }
 
 std::string CIPFormat::delete_leading_zero(const char* field) {
   char buffer[16] = {};

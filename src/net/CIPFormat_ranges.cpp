@@ -35,9 +35,7 @@ bool write_decimal(const std::string& ip, char (&field)[sizeof(IPRangeExpress::b
   return true;
 }
 
-bool has_colon(const std::string& text) {
-  return text.find(':') != std::string::npos;
-}
+bool has_colon(const std::string& text) { return text.find(':') != std::string::npos; }
 
 template <std::size_t kSize>
 std::string_view view_of(const char (&field)[kSize]) noexcept {

@@ -23,9 +23,7 @@ const char* CNetInfo::state2str(const unsigned int& state) {
   return detail::state_text(state, kListening);
 }
 
-std::string CNetInfo::port2str(const unsigned int& port) {
-  return detail::port_text(port);
-}
+std::string CNetInfo::port2str(const unsigned int& port) { return detail::port_text(port); }
 
 std::string CNetInfo::addr2str(int family, const void* address) {
   return detail::address_text(family, address);

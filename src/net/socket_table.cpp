@@ -187,8 +187,6 @@ const char* state_text(std::uint32_t state, const char* listening) noexcept {
   return state < kNames.size() ? kNames[state] : "UNKNOWN";
 }
 
-std::string port_text(std::uint32_t port) {
-  return port == 0 ? "*" : std::to_string(port);
-}
+std::string port_text(std::uint32_t port) { return port == 0 ? "*" : std::to_string(port); }
 
 }  // namespace utility::detail

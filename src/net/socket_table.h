@@ -63,12 +63,8 @@ const char* state_text(std::uint32_t state, const char* listening) noexcept;
 /// A port for display: decimal, "*" for 0.
 std::string port_text(std::uint32_t port);
 
-inline void set_port(std::string& field, std::uint32_t port) {
-  field = port_text(port);
-}
-inline void set_port(std::uint32_t& field, std::uint32_t port) {
-  field = port;
-}
+inline void set_port(std::string& field, std::uint32_t port) { field = port_text(port); }
+inline void set_port(std::uint32_t& field, std::uint32_t port) { field = port; }
 
 /// Fills `record` from a line, its protocol excepted; false, with `record` untouched, when the line
 /// does not parse.

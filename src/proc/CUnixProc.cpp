@@ -79,9 +79,7 @@ int CUnixProc::get_all_proc_data(EnumCallback callback, void* ctx) {
   return kDone;
 }
 
-bool CUnixProc::is_number(const char* text) {
-  return text != nullptr && is_decimal(text);
-}
+bool CUnixProc::is_number(const char* text) { return text != nullptr && is_decimal(text); }
 
 // NOLINTNEXTLINE(performance-unnecessary-value-param): the path by value is the interface.
 int CUnixProc::get_info(std::string stat_path, int& ppid, long& start_time) {

@@ -22,9 +22,7 @@ using ProcData = CUnixProc::UnixProcData;
 constexpr int kVanished = -1;
 
 // What a failed read means; the kernel tells of a process that is gone.
-int read_failure() {
-  return errno == ESRCH ? kVanished : kNotRead;
-}
+int read_failure() { return errno == ESRCH ? kVanished : kNotRead; }
 
 // The kernel cuts names to 15 bytes; the file name of the executable tells the rest.
 void lengthen_name(ProcData& data) {

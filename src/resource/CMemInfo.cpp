@@ -45,9 +45,7 @@ bool take_meminfo_line(const char* line, CMemInfo::MemStat& stat) {
 }
 
 // 0 where there is nothing to have a share of.
-double share_of(double part, int total) {
-  return total == 0 ? 0.0 : part / total;
-}
+double share_of(double part, int total) { return total == 0 ? 0.0 : part / total; }
 
 }  // namespace
 

@@ -41,8 +41,6 @@ int COS_info::get_os_vesion(int& version) {
   return kDone;
 }
 
-int COS_info::get_os_vesion_str(std::string& /*text*/) {
-  return kNotProvided;
-}
+int COS_info::get_os_vesion_str(std::string& /*text*/) { return kNotProvided; }
 
 }  // namespace utility

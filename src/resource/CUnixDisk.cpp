@@ -35,9 +35,7 @@ bool is_scsi_or_ide(std::string_view name) {
   return detail::begins_with(name, "sd") || detail::begins_with(name, "hd");
 }
 
-bool is_whole_disk(const std::string& name) {
-  return name.size() == kDiskName;
-}
+bool is_whole_disk(const std::string& name) { return name.size() == kDiskName; }
 
 bool is_partition_of(const std::string& disk, const std::string& name) {
   return name.size() > kDiskName && name.compare(0, kDiskName, disk, 0, kDiskName) == 0;
@@ -109,13 +107,9 @@ int CUnixDisk::get_pvs_by_vg(const std::string& /*vg*/,
   return kDone;
 }
 
-int CUnixDisk::is_active_vg(const std::string& /*vg*/, bool& /*active*/) {
-  return kNotProvided;
-}
+int CUnixDisk::is_active_vg(const std::string& /*vg*/, bool& /*active*/) { return kNotProvided; }
 
-int CUnixDisk::get_vg(void* /*handle*/, UnixDiskVg& /*vg*/) {
-  return kNotProvided;
-}
+int CUnixDisk::get_vg(void* /*handle*/, UnixDiskVg& /*vg*/) { return kNotProvided; }
 
 int CUnixDisk::get_vgname_by_id(const std::string& /*id*/, std::string& /*name*/) {
   return kNotProvided;
@@ -129,17 +123,13 @@ int CUnixDisk::get_pvname_by_id(const std::string& /*id*/, std::string& /*name*/
   return kNotProvided;
 }
 
-int CUnixDisk::get_lv(void* /*handle*/, UnixDiskLv& /*lv*/) {
-  return kNotProvided;
-}
+int CUnixDisk::get_lv(void* /*handle*/, UnixDiskLv& /*lv*/) { return kNotProvided; }
 
 int CUnixDisk::string_to_unique_id(const std::string& /*text*/, void* /*id*/) {
   return kNotProvided;
 }
 
-int CUnixDisk::HexToDec(const char* /*hex*/) {
-  return kDone;
-}
+int CUnixDisk::HexToDec(const char* /*hex*/) { return kDone; }
 
 int CUnixDisk::get_name(const std::string& /*dir*/, const std::string& /*key*/,
                         std::string& /*name*/) {
@@ -148,8 +138,6 @@ int CUnixDisk::get_name(const std::string& /*dir*/, const std::string& /*key*/,
 
 void CUnixDisk::get_filenames_from_rdsk(std::vector<std::string>& /*names*/) {}
 
-std::string CUnixDisk::unique_id_to_string(void* /*id*/) {
-  return {};
-}
+std::string CUnixDisk::unique_id_to_string(void* /*id*/) { return {}; }
 
 }  // namespace utility

@@ -28,9 +28,7 @@ bool remove_at(int dir, const char* name) {
 }
 
 // What is left of a name that cannot be converted may be these; they lead back or out.
-bool is_entry_name(const std::string& name) {
-  return !name.empty() && name != "." && name != "..";
-}
+bool is_entry_name(const std::string& name) { return !name.empty() && name != "." && name != ".."; }
 
 // Deletes what is below a directory, of any depth: whoever owns a tree chooses how deep it is. So
 // there is no recursion, and of the directories on the way only the deepest few stay open; the

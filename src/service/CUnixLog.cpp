@@ -42,9 +42,7 @@ struct ExistContext {
 
 std::string CUnixLog::m_syslog_name = "syslog";
 
-std::string detail::log_file_path() {
-  return "/etc/" + CUnixLog::m_syslog_name + ".conf";
-}
+std::string detail::log_file_path() { return "/etc/" + CUnixLog::m_syslog_name + ".conf"; }
 
 std::string detail::rule_text(std::string_view line) {
   std::string text(line);
@@ -59,9 +57,7 @@ int CUnixLog::set_syslog_name(const std::string& name) {
   return detail::kLogDone;
 }
 
-bool CUnixLog::is_valid_fac(const std::string& fac) {
-  return detail::is_one_of(kFacilities, fac);
-}
+bool CUnixLog::is_valid_fac(const std::string& fac) { return detail::is_one_of(kFacilities, fac); }
 
 bool CUnixLog::is_valid_level(const std::string& level) {
   return detail::is_one_of(kLevels, level);

@@ -45,9 +45,7 @@ constexpr StatusPhrase kPhrases[] = {
 constexpr const char* kLeftovers[] = {"~", "bak", "orig", "rpmnew", "rpmorig", "rpmsave"};
 constexpr const char* kHelpers[] = {"functions", "halt", "killall", "single", "linuxconf", "kudzu"};
 
-std::string script_path(const std::string& name) {
-  return std::string(kScripts) + "/" + name;
-}
+std::string script_path(const std::string& name) { return std::string(kScripts) + "/" + name; }
 
 bool is_service(const std::string& name) {
   return !detail::is_one_of(kHelpers, name) && !detail::contains(name, "boot") &&
@@ -100,12 +98,8 @@ int CUnixServ::get_all_serv_data(int (*callback)(const UnixServData& data, void*
   return kDone;
 }
 
-int CUnixServ::start_serv(const std::string& name) {
-  return change_service(name, "start");
-}
+int CUnixServ::start_serv(const std::string& name) { return change_service(name, "start"); }
 
-int CUnixServ::stop_serv(const std::string& name) {
-  return change_service(name, "stop");
-}
+int CUnixServ::stop_serv(const std::string& name) { return change_service(name, "stop"); }
 
 }  // namespace utility

@@ -24,9 +24,7 @@ std::string read_installation_directory() {
 
 }  // namespace
 
-bool CUnixTools::program_is_tarvel() {
-  return detail::exists("/etc/init.d/tarvel");
-}
+bool CUnixTools::program_is_tarvel() { return detail::exists("/etc/init.d/tarvel"); }
 
 std::string CUnixTools::get_tarvel_path() {
   static std::mutex s_lock;

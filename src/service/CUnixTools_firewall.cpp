@@ -30,9 +30,7 @@ struct RuleFile {
 constexpr RuleFile kPanelRules{"/etc/amh-iptables", "amh-start"};
 constexpr RuleFile kSystemRules{"/etc/sysconfig/iptables", "iptables"};
 
-void run(const std::string& command) {
-  CUnixTools::exec_cmd(command.c_str());
-}
+void run(const std::string& command) { CUnixTools::exec_cmd(command.c_str()); }
 
 void change_centos(const std::string& port, const PortChange& change) {
   if (detail::exists("/bin/firewall-cmd")) {
