@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "account/CUnixUser_common.h"
-#include "base/account_lookup.h"
+#include "base/database_entry.h"
 #include "base/callback.h"
 #include "base/io.h"
 #include "base/paths.h"

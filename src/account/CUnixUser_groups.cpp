@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "account/CUnixUser_common.h"
-#include "base/account_lookup.h"
+#include "base/database_entry.h"
 #include "base/callback.h"
 #include "base/edited_copy.h"
 #include "base/paths.h"

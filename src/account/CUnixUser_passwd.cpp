@@ -9,7 +9,7 @@
 #include <memory>
 
 #include "account/CUnixUser_common.h"
-#include "base/account_lookup.h"
+#include "base/database_entry.h"
 #include "base/io.h"
 #include "utility/CUnixUser.h"
 

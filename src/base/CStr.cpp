@@ -1,11 +1,7 @@
 #include "utility/CStr.h"
 
-#include <cstdint>
-#include <cstring>
-#include <iterator>
+#include <charconv>
 #include <limits>
-#include <string_view>
-#include <utility>
 
 #include "base/text.h"
 
@@ -18,32 +14,17 @@ constexpr char kTrimSet[] = " \t\r\n";
 // What a formatted stream skips before a number and between words.
 constexpr std::string_view kStreamSpace = detail::kWhiteSpace;
 
-struct Decimal {
-  std::uint64_t magnitude = 0;
-  bool negative = false;
-  bool valid = false;
-};
-
-// Reads [white space][sign]digits; `valid` stays false without a digit or beyond 64 bits.
-Decimal read_decimal(const std::string& text) {
-  Decimal number;
-  std::size_t at = text.find_first_not_of(kStreamSpace);
-  if (at == std::string::npos) return number;
-  if (text[at] == '+' || text[at] == '-') number.negative = text[at++] == '-';
-
-  constexpr std::uint64_t kMax = std::numeric_limits<std::uint64_t>::max();
-  const std::size_t first_digit = at;
-  for (; at < text.size() && text[at] >= '0' && text[at] <= '9'; ++at) {
-    const auto digit = static_cast<std::uint64_t>(text[at] - '0');
-    if (number.magnitude > (kMax - digit) / 10) return number;
-    number.magnitude = number.magnitude * 10 + digit;
-  }
-  number.valid = at > first_digit;
-  return number;
+// Reads [white space][sign]digits: the magnitude, 0 without a digit or beyond 64 bits.
+unsigned long long read_decimal(const std::string& text, bool& negative) {
+  const char* at = text.c_str() + std::strspn(text.c_str(), detail::kWhiteSpace);
+  negative = *at == '-';
+  if (negative || *at == '+') ++at;
+  unsigned long long magnitude = 0;
+  const auto result = std::from_chars(at, text.c_str() + text.size(), magnitude);
+  return result.ec == std::errc() ? magnitude : 0;
 }
 
-// At the end and not one by one: an argument may be an element of the list, which moves as it
-// grows.
+// In the end, not one by one: an argument may be an element of the list, which moves as it grows.
 void append(std::vector<std::string>& fields, std::vector<std::string>&& found) {
   fields.insert(fields.end(), std::move_iterator(found.begin()), std::move_iterator(found.end()));
 }
@@ -65,14 +46,12 @@ void CStr::string_replace(std::string& text, const std::string& from, const std:
 }
 
 void CStr::trim_remark(const std::string& open, const std::string& close, std::string& text) {
-  for (;;) {
-    const std::size_t begin = text.find(open);
-    if (begin == std::string::npos) return;
+  if (close.empty()) return;  // nothing would ever be cut
+  std::size_t begin = 0;
+  while ((begin = text.find(open)) != std::string::npos) {
     const std::size_t end = text.find(close, begin);
     if (end == std::string::npos) return;
-    const std::size_t length = end + close.size() - begin;
-    if (length == 0) return;  // both markers empty: nothing would ever be cut
-    text.erase(begin, length);
+    text.erase(begin, end + close.size() - begin);
   }
 }
 
@@ -121,23 +100,20 @@ std::string CStr::ulltoa(unsigned long long value) { return std::to_string(value
 std::string CStr::lltoa(long long value) { return std::to_string(value); }
 
 unsigned long long CStr::atoull(const std::string& text) {
-  const Decimal number = read_decimal(text);
-  if (!number.valid) return 0;
-  return number.negative ? 0 - number.magnitude : number.magnitude;
+  bool negative = false;
+  const unsigned long long magnitude = read_decimal(text, negative);
+  return negative ? 0 - magnitude : magnitude;
 }
 
 long long CStr::atoll(const std::string& text) {
-  const Decimal number = read_decimal(text);
-  const std::uint64_t limit =
-      std::uint64_t{std::numeric_limits<std::int64_t>::max()} + (number.negative ? 1U : 0U);
-  if (!number.valid || number.magnitude > limit) return 0;
-  return static_cast<long long>(number.negative ? 0 - number.magnitude : number.magnitude);
+  bool negative = false;
+  const unsigned long long magnitude = read_decimal(text, negative);
+  constexpr unsigned long long kMax = std::numeric_limits<long long>::max();
+  if (magnitude > kMax + (negative ? 1U : 0U)) return 0;
+  return static_cast<long long>(negative ? 0 - magnitude : magnitude);
 }
 
-long CStr::atol(const std::string& text) {
-  static_assert(sizeof(long) == sizeof(long long));
-  return static_cast<long>(atoll(text));
-}
+long CStr::atol(const std::string& text) { return atoll(text); }
 
 void CStr::ext_line_strtok(const std::string& separators, std::vector<std::string>& fields,
                            const std::string& text) {
@@ -156,12 +132,10 @@ void CStr::ext_line(const std::string& separator, std::vector<std::string>& fiel
                     const std::string& text) {
   if (separator.empty()) return;
   std::vector<std::string> found;
-  std::size_t begin = 0;
-  for (std::size_t end = 0; end != std::string::npos; begin = end + separator.size()) {
-    end = text.find(separator, begin);
-    const std::size_t length = (end == std::string::npos ? text.size() : end) - begin;
-    if (length > 0) found.emplace_back(text, begin, length);
-    if (end == std::string::npos) break;
+  std::size_t end = 0;
+  for (std::size_t begin = 0; begin < text.size(); begin = end + separator.size()) {
+    end = std::min(text.find(separator, begin), text.size());
+    if (end > begin) found.emplace_back(text, begin, end - begin);
   }
   append(fields, std::move(found));
 }

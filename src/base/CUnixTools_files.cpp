@@ -1,32 +1,21 @@
 // The file and directory half of CUnixTools.
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <array>
-#include <cerrno>
 #include <chrono>
 #include <cstring>
-#include <memory>
-#include <new>
-#include <string_view>
 #include <thread>
 
 #include "base/CUnixTools_code.h"
 #include "base/dir_walk.h"
-#include "base/handles.h"
 #include "base/io.h"
 #include "base/paths.h"
 #include "utility/CStr.h"
 #include "utility/CUnixTools.h"
 
 namespace utility {
-namespace {
 
-using detail::DirWalk;
-using detail::Fd;
-using detail::or_empty;
+using namespace detail;
+
+namespace {
 
 enum Kind : int { kDirectory = 1, kRegular = 2, kLink = 3, kOther = 255 };
 
@@ -34,16 +23,9 @@ constexpr std::size_t kCopyPathLimit = 1023;
 constexpr std::size_t kRemovePathLimit = 255;
 
 int kind_of(const struct stat& status) {
-  switch (status.st_mode & S_IFMT) {
-    case S_IFDIR:
-      return kDirectory;
-    case S_IFREG:
-      return kRegular;
-    case S_IFLNK:
-      return kLink;
-    default:
-      return kOther;
-  }
+  if (S_ISDIR(status.st_mode)) return kDirectory;
+  if (S_ISREG(status.st_mode)) return kRegular;
+  return S_ISLNK(status.st_mode) ? kLink : kOther;
 }
 
 bool is_same(const struct stat& a, const struct stat& b) {
@@ -62,8 +44,8 @@ std::string cut_name(const std::string& dir, const char* name, std::size_t limit
 // True when both paths name the same entry of the same directory, so that unlinking one takes the
 // other. Two links to one file are two entries; a directory has only one.
 bool is_same_entry(const char* a, const char* b) {
-  struct stat first {};
-  struct stat second {};
+  struct stat first {
+  }, second{};
   if (::lstat(or_empty(a), &first) != 0 || ::lstat(or_empty(b), &second) != 0) return false;
   if (!is_same(first, second)) return false;
   if (S_ISDIR(first.st_mode)) return true;
@@ -72,8 +54,7 @@ bool is_same_entry(const char* a, const char* b) {
     dir = name == 0 ? "." : path.substr(0, name);
     return path.substr(name);
   };
-  std::string first_dir;
-  std::string second_dir;
+  std::string first_dir, second_dir;
   return split(a, first_dir) == split(b, second_dir) && ::stat(first_dir.c_str(), &first) == 0 &&
          ::stat(second_dir.c_str(), &second) == 0 && is_same(first, second);
 }
@@ -96,14 +77,19 @@ Fd open_source(const char* path) {
 bool copy_bytes(int source, int target) {
   std::array<char, 16384> block;
   for (;;) {
-    const ssize_t count = detail::read_some(source, block.data(), block.size());
+    const ssize_t count = read_some(source, block.data(), block.size());
     if (count <= 0) return true;
-    if (!detail::write_all(target, {block.data(), static_cast<std::size_t>(count)})) return false;
+    if (!write_all(target, {block.data(), static_cast<std::size_t>(count)})) return false;
   }
 }
 
 void make_target(const char* target, mode_t mode) {
   if (!CUnixTools::is_exist_dir(target)) ::mkdir(or_empty(target), mode);
+}
+
+// Copies what is no directory: files, and links as the files that they lead to.
+int copy_undivided(int kind, const char* source, const char* target) {
+  return kind == kOther ? kOtherKind : CUnixTools::copy_regular_file(source, target);
 }
 
 // Copies directories. A directory below the source is found by its name within the open directory:
@@ -117,8 +103,8 @@ class TreeCopy {
            const std::string& target) {
     // On the heap: a path of 1023 bytes holds 500 levels.
     const std::unique_ptr<DirWalk> entries(new (std::nothrow) DirWalk(parent, name, flags));
-    if (!entries || !*entries) return detail::kNotCopied;
-    int code = detail::kDone;
+    if (!entries || !*entries) return kNotCopied;
+    int code = kDone;
     while (const char* entry = entries->next()) {
       code = copy_entry(entries->fd(), source, target, entry);
     }
@@ -129,22 +115,17 @@ class TreeCopy {
   int copy_entry(int dir, const std::string& source_dir, const std::string& target_dir,
                  const char* entry) {
     const std::string name = cut_name(source_dir, entry, kCopyPathLimit);
-    if (name.empty()) return detail::kNotCopied;
+    if (name.empty()) return kNotCopied;
     const std::string source = source_dir + "/" + name;
-    const std::string target = detail::join_path(target_dir.c_str(), entry, kCopyPathLimit);
+    const std::string target = join_path(target_dir.c_str(), entry, kCopyPathLimit);
     struct stat status {};
-    if (::fstatat(dir, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return detail::kOtherKind;
-    switch (kind_of(status)) {
-      case kDirectory:
-        if (is_same(status, top_)) return detail::kNotCopied;
-        make_target(target.c_str(), status.st_mode);
-        return copy(dir, name.c_str(), O_NOFOLLOW, source, target);
-      case kRegular:
-      case kLink:
-        return CUnixTools::copy_regular_file(source.c_str(), target.c_str());
-      default:
-        return detail::kOtherKind;
+    if (::fstatat(dir, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return kOtherKind;
+    if (!S_ISDIR(status.st_mode)) {
+      return copy_undivided(kind_of(status), source.c_str(), target.c_str());
     }
+    if (is_same(status, top_)) return kNotCopied;
+    make_target(target.c_str(), status.st_mode);
+    return copy(dir, name.c_str(), O_NOFOLLOW, source, target);
   }
 
   struct stat top_ {};
@@ -152,21 +133,15 @@ class TreeCopy {
 
 // Copies by what the source is.
 int copy_by_kind(const char* source, const char* target) {
-  switch (CUnixTools::file_type(source)) {
-    case kDirectory:
-      return CUnixTools::copy_directory(source, target);
-    case kRegular:
-    case kLink:
-      return CUnixTools::copy_regular_file(source, target);
-    default:
-      return detail::kOtherKind;
-  }
+  const int kind = CUnixTools::file_type(source);
+  return kind == kDirectory ? CUnixTools::copy_directory(source, target)
+                            : copy_undivided(kind, source, target);
 }
 
 // What copy_file and move_file refuse alike.
 int check_endpoints(const char* source, const char* target, bool overwrite) {
-  if (!detail::exists(source)) return detail::kNoSource;
-  return detail::exists(target) && !overwrite ? detail::kTargetExists : detail::kDone;
+  if (!exists(source)) return kNoSource;
+  return exists(target) && !overwrite ? kTargetExists : kDone;
 }
 
 // Removes everything in the directory `name` of the open directory `parent`, whose whole path is
@@ -194,10 +169,10 @@ bool remove_entries(int parent, const char* name, const std::string& path) {
 
 }  // namespace
 
-bool CUnixTools::file_is_exist(const char* path) { return detail::exists(path); }
+bool CUnixTools::file_is_exist(const char* path) { return exists(path); }
 
 bool CUnixTools::is_exist_dir(const char* path) {
-  return detail::exists(path) && file_type(path) == kDirectory;
+  return exists(path) && file_type(path) == kDirectory;
 }
 
 int CUnixTools::file_type(const char* path) {
@@ -211,35 +186,33 @@ unsigned long CUnixTools::read_file_permission(const char* path) {
 }
 
 int CUnixTools::create_file(const char* path, const unsigned long& mode) {
-  if (detail::exists(path)) return detail::kTargetExists;
+  if (exists(path)) return kTargetExists;
   // No O_TRUNC: a file that appears at this very moment keeps its content.
   const Fd file(::open(or_empty(path), O_WRONLY | O_CREAT | O_CLOEXEC, static_cast<mode_t>(mode)));
-  return file ? detail::kDone : detail::kNotCreated;
+  return file ? kDone : kNotCreated;
 }
 
 int CUnixTools::copy_regular_file(const char* source, const char* target) {
-  if (is_same_entry(source, target)) return detail::kNotCopied;
+  if (is_same_entry(source, target)) return kNotCopied;
   // Opened before the target goes, which may be a link to it.
   const Fd in = open_source(source);
-  if (detail::exists(target)) ::unlink(target);
-  if (!in) return detail::kNotCopied;
+  if (exists(target)) ::unlink(target);
+  if (!in) return kNotCopied;
   // Nobody else reads the copy before it has the source's mode.
   const Fd out(::open(or_empty(target), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600));
-  struct stat from {};
-  struct stat to {};
-  if (!out || ::fstat(in.get(), &from) != 0 || ::fstat(out.get(), &to) != 0) {
-    return detail::kNotCopied;
-  }
+  struct stat from {
+  }, to{};
+  if (!out || ::fstat(in.get(), &from) != 0 || ::fstat(out.get(), &to) != 0) return kNotCopied;
   // Still the same: a mount point, which cannot be unlinked.
-  if (is_same(from, to)) return detail::kNotCopied;
-  if (S_ISREG(from.st_mode) && !copy_bytes(in.get(), out.get())) return detail::kNotCopied;
+  if (is_same(from, to)) return kNotCopied;
+  if (S_ISREG(from.st_mode) && !copy_bytes(in.get(), out.get())) return kNotCopied;
   ::fchmod(out.get(), from.st_mode & 07777);
-  return detail::kDone;
+  return kDone;
 }
 
 int CUnixTools::copy_directory(const char* source, const char* target) {
   if (source == nullptr || target == nullptr || is_same_entry(source, target)) {
-    return detail::kNotCopied;
+    return kNotCopied;
   }
   make_target(target, static_cast<mode_t>(read_file_permission(source)));
   return TreeCopy(target).copy(AT_FDCWD, or_empty(source), 0, or_empty(source), or_empty(target));
@@ -247,31 +220,30 @@ int CUnixTools::copy_directory(const char* source, const char* target) {
 
 int CUnixTools::copy_file(const char* source, const char* target, const bool& overwrite) {
   const int refused = check_endpoints(source, target, overwrite);
-  return refused != detail::kDone ? refused : copy_by_kind(source, target);
+  return refused != kDone ? refused : copy_by_kind(source, target);
 }
 
 int CUnixTools::move_file(const char* source, const char* target, const bool& overwrite) {
   const int refused = check_endpoints(source, target, overwrite);
-  if (refused != detail::kDone) return refused;
-  if (is_same_entry(source, target)) return detail::kNoSource;
+  if (refused != kDone) return refused;
+  if (is_same_entry(source, target)) return kNoSource;
   copy_by_kind(source, target);
   return rm_file(source);
 }
 
 int CUnixTools::rm_dir(const char* path) {
-  if (::rmdir(or_empty(path)) == 0) return detail::kDone;
-  if (errno != ENOTEMPTY && errno != EEXIST) return detail::kNotRemoved;
-  const std::string dir = detail::without_end_slashes(path);
-  return remove_entries(AT_FDCWD, dir.c_str(), path) && ::rmdir(path) == 0 ? detail::kDone
-                                                                           : detail::kNotRemoved;
+  if (::rmdir(or_empty(path)) == 0) return kDone;
+  if (errno != ENOTEMPTY && errno != EEXIST) return kNotRemoved;
+  const std::string dir = without_end_slashes(path);
+  return remove_entries(AT_FDCWD, dir.c_str(), path) && ::rmdir(path) == 0 ? kDone : kNotRemoved;
 }
 
 int CUnixTools::rm_file(const char* path) {
-  if (!detail::exists(path)) return detail::kNoSource;
+  if (!exists(path)) return kNoSource;
   struct stat status {};
-  if (::stat(path, &status) != 0) return detail::kNotExamined;
+  if (::stat(path, &status) != 0) return kNotExamined;
   if (S_ISDIR(status.st_mode)) return rm_dir(path);
-  return ::unlink(path) == 0 ? detail::kDone : detail::kNotRemoved;
+  return ::unlink(path) == 0 ? kDone : kNotRemoved;
 }
 
 int CUnixTools::mkdir_parents(const std::string& path, const unsigned long& mode) {
@@ -282,9 +254,9 @@ int CUnixTools::mkdir_parents(const std::string& path, const unsigned long& mode
     prefix.append(name).append("/");
     if (::mkdir(prefix.c_str(), static_cast<mode_t>(mode)) == 0) continue;
     // With its slash, only a directory or a link to one exists.
-    if (errno != EEXIST || !detail::exists(prefix.c_str())) return detail::kNoDirectory;
+    if (errno != EEXIST || !exists(prefix.c_str())) return kNoDirectory;
   }
-  return detail::kDone;
+  return kDone;
 }
 
 }  // namespace utility

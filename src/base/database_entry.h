@@ -1,8 +1,9 @@
 #pragma once
 
+#include <grp.h>
+#include <pwd.h>
+
 #include <cerrno>
-#include <cstddef>
-#include <utility>
 
 #include "base/handles.h"
 
@@ -18,14 +19,13 @@ class DatabaseEntry {
   template <class Fetch>
   explicit DatabaseEntry(Fetch fetch) noexcept {
     for (std::size_t size = 1024; size <= kLargest; size *= 4) {
-      Buffer text = make_buffer(size);
-      if (!text) return;
+      text_ = make_buffer(size);
+      if (!text_) return;
       Entry* found = nullptr;
-      const int error = fetch(&entry_, text.get(), size, &found);
+      const int error = fetch(&entry_, text_.get(), size, &found);
       if (error == ERANGE) continue;
       is_found_ = error == 0 && found != nullptr;
       is_answered_ = is_found_ || !is_failure(error);
-      text_ = std::move(text);
       return;
     }
   }
@@ -51,5 +51,21 @@ class DatabaseEntry {
   bool is_found_ = false;
   bool is_answered_ = false;
 };
+
+using UserEntry = DatabaseEntry<passwd>;
+using GroupEntry = DatabaseEntry<group>;
+
+inline UserEntry find_user(const char* name) noexcept {
+  return UserEntry([name](auto... out) { return ::getpwnam_r(name, out...); });
+}
+inline UserEntry find_user_by_id(uid_t uid) noexcept {
+  return UserEntry([uid](auto... out) { return ::getpwuid_r(uid, out...); });
+}
+inline GroupEntry find_group(const char* name) noexcept {
+  return GroupEntry([name](auto... out) { return ::getgrnam_r(name, out...); });
+}
+inline GroupEntry find_group_by_id(gid_t gid) noexcept {
+  return GroupEntry([gid](auto... out) { return ::getgrgid_r(gid, out...); });
+}
 
 }  // namespace utility::detail

@@ -22,9 +22,8 @@ const char* DirWalk::next() noexcept {
     }
     const auto* entry = reinterpret_cast<const dirent64*>(block_.data() + at_);
     at_ += entry->d_reclen;
-    if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0) {
-      return entry->d_name;
-    }
+    const char* name = entry->d_name;
+    if (std::strcmp(name, ".") != 0 && std::strcmp(name, "..") != 0) return name;
   }
 }
 

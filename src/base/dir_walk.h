@@ -3,7 +3,6 @@
 #include <dirent.h>
 
 #include <array>
-#include <cstddef>
 
 #include "base/handles.h"
 

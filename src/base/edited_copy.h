@@ -1,13 +1,6 @@
 #pragma once
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <string>
-#include <string_view>
-
 #include "base/io.h"
-#include "base/rights.h"
 
 namespace utility::detail {
 

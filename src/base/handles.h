@@ -2,9 +2,7 @@
 
 #include <unistd.h>
 
-#include <cstddef>
 #include <cstdio>
-#include <cstdlib>
 #include <memory>
 #include <new>
 #include <utility>

@@ -2,7 +2,6 @@
 
 #include <iconv.h>
 
-#include <cstddef>
 #include <string_view>
 
 namespace utility::detail {

@@ -2,11 +2,7 @@
 
 #include <poll.h>
 
-#include <algorithm>
 #include <chrono>
-#include <cstdio>
-#include <cstring>
-#include <memory>
 
 #include "base/text.h"
 
@@ -33,13 +29,12 @@ bool read_all(int fd, std::string& text, std::size_t limit) {
 int wait_for_events(int fd, short events, int milliseconds) noexcept {
   using std::chrono::steady_clock;
   if (fd < 0) return -1;
-  const auto end = steady_clock::now() + std::chrono::milliseconds(milliseconds);
+  using Milliseconds = std::chrono::duration<int, std::milli>;
+  const auto end = steady_clock::now() + Milliseconds(milliseconds);
   pollfd entry{fd, events, 0};
   const int ready = retry([&] {
-    using Rest = std::chrono::milliseconds;
-    const auto rest = std::chrono::ceil<Rest>(end - steady_clock::now()).count();
-    return ::poll(&entry, 1,
-                  milliseconds < 0 ? -1 : static_cast<int>(std::max(rest, Rest::rep{0})));
+    const int rest = std::chrono::ceil<Milliseconds>(end - steady_clock::now()).count();
+    return ::poll(&entry, 1, milliseconds < 0 ? -1 : std::max(rest, 0));
   });
   return (entry.revents & POLLNVAL) != 0 ? -1 : ready;
 }

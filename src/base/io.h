@@ -1,12 +1,11 @@
 #pragma once
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <array>
 #include <cerrno>
-#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -38,25 +37,38 @@ inline ssize_t read_some(int fd, char* bytes, std::size_t size) noexcept {
 /// Appends what is left to read, up to `limit` bytes in all; false when an error cut it short.
 bool read_all(int fd, std::string& text, std::size_t limit = std::string::npos);
 
-/// Writes all of `bytes`; false where no more can be written.
-inline bool write_all(int fd, std::string_view bytes) noexcept {
+/// Writes all of `bytes` by calls of `write(rest)`; false where no more can be written.
+template <class Write>
+bool write_whole(std::string_view bytes, Write write) noexcept {
   while (!bytes.empty()) {
-    const ssize_t written = retry([=] { return ::write(fd, bytes.data(), bytes.size()); });
+    const ssize_t written = retry([&] { return write(bytes); });
     if (written <= 0) return false;
     bytes.remove_prefix(static_cast<std::size_t>(written));
   }
   return true;
 }
 
-/// The same from `offset` of the file on.
+/// Writes where the file stands.
+inline bool write_all(int fd, std::string_view bytes) noexcept {
+  return write_whole(bytes, [fd](auto rest) { return ::write(fd, rest.data(), rest.size()); });
+}
+
+/// Writes from `offset` of the file on.
 inline bool write_all_at(int fd, std::string_view bytes, off_t offset) noexcept {
-  while (!bytes.empty()) {
-    const ssize_t written = retry([=] { return ::pwrite(fd, bytes.data(), bytes.size(), offset); });
-    if (written <= 0) return false;
-    bytes.remove_prefix(static_cast<std::size_t>(written));
-    offset += written;
-  }
-  return true;
+  const off_t end = offset + static_cast<off_t>(bytes.size());
+  return write_whole(bytes, [fd, end](auto rest) {
+    return ::pwrite(fd, rest.data(), rest.size(), end - static_cast<off_t>(rest.size()));
+  });
+}
+
+/// Gives the file `to` the owner and mode of the file `from`, as far as we may: a new file is made
+/// under the process's umask, and what it replaces has rights of its own.
+inline void take_over_rights(int from, int to) noexcept {
+  struct stat st {};
+  if (::fstat(from, &st) != 0) return;
+  // The owner first: changing it drops the set-id bits. Only root can, and then nobody gains.
+  if (::fchown(to, st.st_uid, st.st_gid) != 0 && st.st_uid != ::geteuid()) return;
+  ::fchmod(to, st.st_mode & 07777);
 }
 
 /// Waits until `events` of poll(2) come true on `fd`, at most `milliseconds` in all, however often

@@ -6,7 +6,6 @@
 #include <cstring>
 
 #include "base/io.h"
-#include "base/rights.h"
 #include "document/CsvScanner.h"
 #include "utility/CCSV.h"
 

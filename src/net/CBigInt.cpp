@@ -1,8 +1,6 @@
 #include "utility/CBigInt.h"
 
-#include <string_view>
-#include <utility>
-
+#include "base/paths.h"
 #include "net/decimal_order.h"
 
 namespace utility {
@@ -29,8 +27,8 @@ std::string subtract(std::string_view greater, std::string_view smaller, std::si
 }  // namespace
 
 int CBigInt::sub(const char* a, const char* b, std::string& difference) {
-  std::string_view greater = a != nullptr ? a : "";
-  std::string_view smaller = b != nullptr ? b : "";
+  std::string_view greater = detail::or_empty(a);
+  std::string_view smaller = detail::or_empty(b);
   const int order = detail::compare_decimal(greater, smaller);
   if (order < 0) std::swap(greater, smaller);
   // Built apart, since the operands may lie in `difference`.

@@ -1,17 +1,19 @@
 #include "utility/CIPFormat.h"
 
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
 #include "base/handles.h"
 #include "base/hex.h"
+#include "base/paths.h"
 #include "base/text.h"
 
 unsigned int ipv6_ntohl(unsigned int value) { return __builtin_bswap32(value); }
 
 namespace utility {
+
+using namespace detail;
+
 namespace {
 
 constexpr int kGroups = 8;
@@ -26,12 +28,12 @@ constexpr std::size_t kFullForm = kGroups * (kGroupDigits + 1);  // colons and t
 // dotted fields of fifteen, the colons between them, one of these doubled, and one at either end.
 constexpr std::size_t kTextMax = 127;
 
+constexpr char kHexDigits[] = "0123456789ABCDEFabcdef";
+
 enum Field { kInvalid = -1, kHexGroup = 0, kEmpty = 1, kDotted = 2 };
 
-bool is_digit(char c) noexcept { return c >= '0' && c <= '9'; }
-
 // A field as "%x" reads it: blanks, sign and "0x" are taken, what is no number is 0.
-unsigned int read_hex(const char* field) noexcept {
+unsigned int hex_value(const char* field) noexcept {
   return field != nullptr ? static_cast<unsigned int>(std::strtoul(field, nullptr, 16)) : 0;
 }
 
@@ -47,10 +49,8 @@ class Groups {
   }
 
   bool add_dotted(unsigned int value) noexcept {
-    if (count_ > wanted_ - 2) return false;
-    groups_[count_++] = static_cast<std::uint16_t>(value >> 16);
-    groups_[count_++] = static_cast<std::uint16_t>(value);
-    return true;
+    return count_ <= wanted_ - 2 && add_group(static_cast<std::uint16_t>(value >> 16)) &&
+           add_group(static_cast<std::uint16_t>(value));
   }
 
   // Notes a "::"; a text may hold one.
@@ -89,7 +89,7 @@ bool take_field(CIPFormat& format, const char* field, Groups& groups) {
     case kEmpty:
       return groups.mark_zeros();
     case kHexGroup:
-      return groups.add_group(static_cast<std::uint16_t>(read_hex(field)));
+      return groups.add_group(static_cast<std::uint16_t>(hex_value(field)));
     case kDotted:
       return groups.add_dotted(format.ipv4_str_to_uint(field));
     default:
@@ -138,7 +138,7 @@ int CIPFormat::ipv4_to_i(const char* text, unsigned int* value) {
   int shift = 24;
   const char* part = text;
   for (const char* at = text; shift >= 0; ++at) {
-    if (is_digit(*at) || *at == '/') continue;
+    if (*at >= '/' && *at <= '9') continue;  // "/" comes before "0" in ASCII
     if (*at != '.' && *at != '\0') return 0;
     // A long, so that a part of any length is too great rather than wrapped.
     const long number = std::strtol(part, nullptr, 10);
@@ -160,9 +160,8 @@ unsigned int CIPFormat::ipv4_str_to_uint(const char* text) {
 
 int CIPFormat::ipv4_to_str(char* buffer, unsigned int value) {
   if (buffer == nullptr) return 0;
-  return std::snprintf(buffer, kDottedMax + 1, "%d.%d.%d.%d", static_cast<int>(value >> 24),
-                       static_cast<int>(value >> 16 & 0xFF), static_cast<int>(value >> 8 & 0xFF),
-                       static_cast<int>(value & 0xFF));
+  return std::snprintf(buffer, kDottedMax + 1, "%u.%u.%u.%u", value >> 24, value >> 16 & 0xFF,
+                       value >> 8 & 0xFF, value & 0xFF);
 }
 
 std::string CIPFormat::ipv4_uint_to_str(const unsigned int& value) {
@@ -176,10 +175,7 @@ int CIPFormat::ipv6_address_field_type_get(const char* field) {
   const std::size_t length = ::strnlen(field, kDottedMax + 1);
   if (length == 0) return kEmpty;
   if (length <= kGroupDigits) {
-    for (const char* at = field; *at != '\0'; ++at) {
-      if (!detail::hex_digit(*at)) return kInvalid;
-    }
-    return kHexGroup;
+    return std::strspn(field, kHexDigits) == length ? kHexGroup : kInvalid;
   }
   unsigned int ignored = 0;
   const bool fits = length >= kDottedMin && length <= kDottedMax;
@@ -201,8 +197,7 @@ int CIPFormat::ipv6_to_i(const char* text, int bits, unsigned int* words) {
   for (char* field = copy; field != nullptr;) {
     char* colon = std::strchr(field, ':');
     if (colon != nullptr) *colon = '\0';
-    const bool at_end = field == copy || colon == nullptr;
-    const bool skipped = at_end && *field == '\0';
+    const bool skipped = *field == '\0' && (field == copy || colon == nullptr);
     if (!skipped && !take_field(*this, field, groups)) return 0;
     field = colon != nullptr ? colon + 1 : nullptr;
   }
@@ -232,7 +227,7 @@ std::string CIPFormat::ipv6_uint8_array_to_str(const unsigned char* bytes) {
   unsigned int words[kWords];
   std::memcpy(words, bytes, sizeof words);
   for (unsigned int& word : words) word = ipv6_ntohl(word);
-  char buffer[128] = {};
+  char buffer[kFullForm] = {};
   ipv6_to_str(buffer, words);
   return buffer;
 }
@@ -241,7 +236,7 @@ std::string CIPFormat::ipv6_zero_compress(const char* text) {
   if (text == nullptr) return {};
   if (is_not_need_compress_ipv6(text)) return text;
   const std::size_t length = std::strlen(text);
-  const detail::Buffer copy = detail::make_buffer(length + 1);
+  const Buffer copy = make_buffer(length + 1);
   if (copy == nullptr) return text;
   std::memcpy(copy.get(), text, length);
 
@@ -267,32 +262,28 @@ bool CIPFormat::is_not_need_compress_ipv6(const char* text) {
          string_char_count(text, ':') != kGroups - 1;
 }
 
-bool CIPFormat::is_zero_area(const char* field) { return read_hex(field) == 0; }
+bool CIPFormat::is_zero_area(const char* field) { return hex_value(field) == 0; }
 
 std::string CIPFormat::delete_leading_zero(const char* field) {
   char buffer[16] = {};
-  std::snprintf(buffer, sizeof buffer, "%X", read_hex(field));
+  std::snprintf(buffer, sizeof buffer, "%X", hex_value(field));
   return buffer;
 }
 
 char* CIPFormat::string_white_space_trim(char* text) {
   if (text == nullptr) return nullptr;
-  char* end = text;
-  for (const char* at = text; *at != '\0'; ++at) {
-    if (std::strchr(detail::kWhiteSpace, *at) == nullptr) *end++ = *at;
-  }
-  *end = '\0';
+  const auto is_blank = [](char c) { return contains(kWhiteSpace, {&c, 1}); };
+  *std::remove_if(text, text + std::strlen(text), is_blank) = '\0';
   return text;
 }
 
 int CIPFormat::string_char_count(const char* text, char c) {
-  int count = 0;
-  for (; text != nullptr && *text != '\0'; ++text) count += *text == c ? 1 : 0;
-  return count;
+  const std::string_view view = or_empty(text);
+  return static_cast<int>(std::count(view.begin(), view.end(), c));
 }
 
 std::string CIPFormat::ipv4_to_ipv6(const std::string& text) {
-  if (text.find('.') == std::string::npos || text.find(':') != std::string::npos) return {};
+  if (!contains(text, ".") || contains(text, ":")) return {};
   return "::ffff:" + text;
 }
 
@@ -301,19 +292,13 @@ std::string CIPFormat::ipv6_to_ipv4(const std::string& text) {
   for (char& c : lower) {
     if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
   }
-  if (lower.find("0000:0000:0000:0000:0000:ffff:") == std::string::npos &&
-      lower.find("::ffff:") == std::string::npos) {
-    return {};
-  }
+  if (!contains(lower, "0000:0000:0000:0000:0000:ffff:") && !contains(lower, "::ffff:")) return {};
   const std::string tail = lower.substr(lower.find("ffff:") + sizeof "ffff:" - 1);
   unsigned int parts[4] = {};
   // Two digits cannot overflow, and parts that are not read stay 0.
   // NOLINTNEXTLINE(cert-err34-c)
   std::sscanf(tail.c_str(), "%2X%2X:%2X%2X", &parts[0], &parts[1], &parts[2], &parts[3]);
-  char buffer[32] = {};
-  std::snprintf(buffer, sizeof buffer, "%d.%d.%d.%d", static_cast<int>(parts[0]),
-                static_cast<int>(parts[1]), static_cast<int>(parts[2]), static_cast<int>(parts[3]));
-  return buffer;
+  return ipv4_uint_to_str(parts[0] << 24 | parts[1] << 16 | parts[2] << 8 | parts[3]);
 }
 
 int CIPFormat::format_ip_address(const char* text, std::string& out) {
@@ -321,7 +306,7 @@ int CIPFormat::format_ip_address(const char* text, std::string& out) {
   const std::string mapped = ipv4_to_ipv6(text);
   unsigned int words[kWords] = {};
   if (ipv6_to_i(mapped.empty() ? text : mapped.c_str(), kGroups * kGroupBits, words) == 0) return 1;
-  char buffer[128] = {};
+  char buffer[kFullForm] = {};
   ipv6_to_str(buffer, words);
   out = buffer;
   return 0;

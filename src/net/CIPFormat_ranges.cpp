@@ -1,6 +1,5 @@
+#include <algorithm>
 #include <cstdio>
-#include <cstring>
-#include <string_view>
 
 #include "net/decimal_order.h"
 #include "utility/CIPFormat.h"
@@ -78,11 +77,8 @@ bool CIPFormat::is_ip_in_range(const char* ip, std::vector<IPRangeExpress>& rang
   unsigned int words[4] = {};
   if (ipv6_to_i(address.c_str(), 128, words) == 0) return false;
   const DecimalText decimal(words);
-  const std::string_view view = decimal.view();
-  for (const IPRangeExpress& range : ranges) {
-    if (matches(range, view)) return true;
-  }
-  return false;
+  return std::any_of(ranges.begin(), ranges.end(),
+                     [view = decimal.view()](const auto& range) { return matches(range, view); });
 }
 
 bool CIPFormat::ipv6_in_range(const std::string& begin, const std::string& end,

@@ -4,6 +4,9 @@
 #include "net/socket_table.h"
 
 namespace utility {
+
+using namespace detail;
+
 namespace {
 
 constexpr char kListening[] = "LISTEN";
@@ -14,37 +17,34 @@ enum Code : int {
   kNoSocket = 16,
 };
 
-constexpr auto kNetlinkFiles = detail::socket_rows<CNetInfo::NetLinkResolve>(
-    CNetInfo::resolve_v4_data, CNetInfo::resolve_v6_data);
+constexpr auto kNetlinkFiles =
+    socket_rows<CNetInfo::NetLinkResolve>(CNetInfo::resolve_v4_data, CNetInfo::resolve_v6_data);
 
 }  // namespace
 
-const char* CNetInfo::state2str(const unsigned int& state) {
-  return detail::state_text(state, kListening);
-}
+const char* CNetInfo::state2str(const unsigned int& state) { return state_text(state, kListening); }
 
-std::string CNetInfo::port2str(const unsigned int& port) { return detail::port_text(port); }
+std::string CNetInfo::port2str(const unsigned int& port) { return port_text(port); }
 
 std::string CNetInfo::addr2str(int family, const void* address) {
-  return detail::address_text(family, address);
+  return address_text(family, address);
 }
 
 int CNetInfo::resolve_v4_data(const char* line, NetLinkInfo& info) {
-  return detail::resolve_line(AF_INET, line, kListening, info) ? kDone : kNoLine;
+  return resolve_line(AF_INET, line, kListening, info) ? kDone : kNoLine;
 }
 
 int CNetInfo::resolve_v6_data(const char* line, NetLinkInfo& info) {
-  return detail::resolve_line(AF_INET6, line, kListening, info) ? kDone : kNoLine;
+  return resolve_line(AF_INET6, line, kListening, info) ? kDone : kNoLine;
 }
 
 int CNetInfo::resolve_netlink_file(const NetLinkResolve& row, std::vector<NetLinkInfo>& infos) {
-  return detail::read_socket_file<detail::TrimmedLine>(detail::open_table(row.file), row,
-                                                       kCannotOpen, infos);
+  return read_socket_file<TrimmedLine>(open_table(row.file), row, kCannotOpen, infos);
 }
 
 int CNetInfo::get_all_netlink_info(std::vector<NetLinkInfo>& infos) {
   for (const NetLinkResolve& row : kNetlinkFiles) {
-    if (detail::exists(row.file)) resolve_netlink_file(row, infos);
+    if (exists(row.file)) resolve_netlink_file(row, infos);
   }
   return infos.empty() ? kNoSocket : kDone;
 }

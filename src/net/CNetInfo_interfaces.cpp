@@ -1,6 +1,5 @@
 #include <arpa/inet.h>
 #include <net/if.h>
-#include <netinet/in.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
@@ -12,6 +11,9 @@
 #include "utility/CStr.h"
 
 namespace utility {
+
+using namespace detail;
+
 namespace {
 
 enum Code : int {
@@ -28,11 +30,9 @@ enum Code : int {
 constexpr std::size_t kListSize = 5120;  // 128 requests
 constexpr std::size_t kColumns = 16;
 
-detail::Fd open_socket() noexcept {
-  return detail::Fd(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-}
+Fd open_socket() noexcept { return Fd(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)); }
 
-/// Questions about one interface, over a socket of its own.
+/// Questions about one interface, over a socket of its own. An answer is set where it came.
 class Query {
  public:
   explicit Query(const std::string& name) noexcept : socket_(open_socket()) {
@@ -40,47 +40,60 @@ class Query {
     name.copy(request_.ifr_name, IFNAMSIZ);
   }
 
+  int flags(int& flags) noexcept {
+    const Code code = ask(SIOCGIFFLAGS);
+    if (code == kDone) flags = request_.ifr_flags;
+    return code;
+  }
+
+  int mtu(int& mtu) noexcept {
+    const Code code = ask(SIOCGIFMTU);
+    if (code == kDone) mtu = request_.ifr_mtu;
+    return code;
+  }
+
+  /// The address that `request` asks for, dotted.
+  int address(unsigned long request, std::string& dotted) {
+    const Code code = ask(request);
+    if (code != kDone) return code;
+    sockaddr_in address{};
+    std::memcpy(&address, &request_.ifr_addr, sizeof address);
+    char text[INET_ADDRSTRLEN];
+    dotted = ::inet_ntop(AF_INET, &address.sin_addr, text, sizeof text);
+    return kDone;
+  }
+
+  int hardware_address(std::string& mac) {
+    const Code code = ask(SIOCGIFHWADDR);
+    if (code != kDone) return code;
+    const auto* bytes = reinterpret_cast<const unsigned char*>(request_.ifr_hwaddr.sa_data);
+    char text[sizeof "00:00:00:00:00:00"];
+    std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", bytes[0], bytes[1], bytes[2],
+                  bytes[3], bytes[4], bytes[5]);
+    mac = text;
+    return kDone;
+  }
+
+ private:
   Code ask(unsigned long request) noexcept {
     if (!socket_) return kNoSocket;
     return ::ioctl(socket_.get(), request, &request_) < 0 ? kRequestFailed : kDone;
   }
 
-  int flags() const noexcept { return request_.ifr_flags; }
-  int mtu() const noexcept { return request_.ifr_mtu; }
-  const unsigned char* hardware_address() const noexcept {
-    return reinterpret_cast<const unsigned char*>(request_.ifr_hwaddr.sa_data);
-  }
-  /// The address in hand, dotted.
-  std::string dotted() const {
-    sockaddr_in address{};
-    std::memcpy(&address, &request_.ifr_addr, sizeof address);
-    char text[INET_ADDRSTRLEN];
-    return ::inet_ntop(AF_INET, &address.sin_addr, text, sizeof text);
-  }
-
- private:
-  detail::Fd socket_;
+  Fd socket_;
   ifreq request_{};
 };
-
-int ask_address(const std::string& name, unsigned long request, std::string& text) {
-  Query query(name);
-  const Code code = query.ask(request);
-  if (code == kDone) text = query.dotted();
-  return code;
-}
 
 // Appends the names in a list of requests. Each place that a request could begin at is looked at,
 // in steps of 8 bytes: what follows a name by 16 bytes is the address family. The first place is
 // looked at even in an empty list. `list` is readable, zeroed, for 24 bytes after `size`.
 void append_names(const char* list, std::size_t size, std::vector<std::string>& names) {
-  constexpr std::size_t kStep = 8;
   std::size_t at = 0;
   do {
     std::uint16_t family = 0;
     std::memcpy(&family, list + at + IFNAMSIZ, sizeof family);
     if (family == AF_INET) names.emplace_back(list + at, ::strnlen(list + at, IFNAMSIZ));
-    at += kStep;
+    at += 8;
   } while (at < size);
 }
 
@@ -106,9 +119,9 @@ bool parse_counters(const std::string& line, const std::string& name, CNetInfo::
 }  // namespace
 
 int CNetInfo::get_all_ni(std::vector<std::string>& names) {
-  const detail::Fd socket = open_socket();
+  const Fd socket = open_socket();
   if (!socket) return kNoSocket;
-  const detail::Buffer list = detail::make_buffer(kListSize + sizeof(ifreq));
+  const Buffer list = make_buffer(kListSize + sizeof(ifreq));
   if (list == nullptr) return kNoMemory;
   ifconf request{};
   request.ifc_len = static_cast<int>(kListSize);
@@ -118,70 +131,42 @@ int CNetInfo::get_all_ni(std::vector<std::string>& names) {
   return kDone;
 }
 
-int CNetInfo::get_flags(const std::string& name, int& flags) {
-  Query query(name);
-  const Code code = query.ask(SIOCGIFFLAGS);
-  if (code == kDone) flags = query.flags();
-  return code;
-}
+int CNetInfo::get_flags(const std::string& name, int& flags) { return Query(name).flags(flags); }
 
-int CNetInfo::get_mtu(const std::string& name, int& mtu) {
-  Query query(name);
-  const Code code = query.ask(SIOCGIFMTU);
-  if (code == kDone) mtu = query.mtu();
-  return code;
-}
+int CNetInfo::get_mtu(const std::string& name, int& mtu) { return Query(name).mtu(mtu); }
 
 int CNetInfo::get_addr(const std::string& name, std::string& addr) {
-  return ask_address(name, SIOCGIFADDR, addr);
+  return Query(name).address(SIOCGIFADDR, addr);
 }
 
 int CNetInfo::get_netmask(const std::string& name, std::string& netmask) {
-  return ask_address(name, SIOCGIFNETMASK, netmask);
+  return Query(name).address(SIOCGIFNETMASK, netmask);
 }
 
 int CNetInfo::get_broadaddr(const std::string& name, std::string& broadaddr) {
-  return ask_address(name, SIOCGIFBRDADDR, broadaddr);
+  return Query(name).address(SIOCGIFBRDADDR, broadaddr);
 }
 
 int CNetInfo::get_macaddr(const std::string& name, std::string& macaddr) {
-  Query query(name);
-  const Code code = query.ask(SIOCGIFHWADDR);
-  if (code != kDone) return code;
-  const unsigned char* mac = query.hardware_address();
-  char text[sizeof "00:00:00:00:00:00"];
-  std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3],
-                mac[4], mac[5]);
-  macaddr = text;
-  return kDone;
+  return Query(name).hardware_address(macaddr);
 }
 
 int CNetInfo::get_net_info(const std::string& name, net_interface& info) {
   Query query(name);
-  int code = query.ask(SIOCGIFADDR);
-  if (code != kDone) return code;
-  info.addr = query.dotted();
-  code = query.ask(SIOCGIFFLAGS);
-  if (code != kDone) return code;
-  info.flags = query.flags();
-  code = get_macaddr(name, info.macaddr);
-  if (code != kDone) return code;
-  code = get_broadaddr(name, info.broadaddr);
-  if (code != kDone) return code;
-  code = query.ask(SIOCGIFNETMASK);
-  if (code != kDone) return code;
-  info.netmask = query.dotted();
-  code = query.ask(SIOCGIFMTU);
-  if (code != kDone) return code;
-  info.mtu = query.mtu();
-  return kDone;
+  int code = query.address(SIOCGIFADDR, info.addr);
+  if (code == kDone) code = query.flags(info.flags);
+  if (code == kDone) code = get_macaddr(name, info.macaddr);
+  if (code == kDone) code = get_broadaddr(name, info.broadaddr);
+  if (code == kDone) code = query.address(SIOCGIFNETMASK, info.netmask);
+  if (code == kDone) code = query.mtu(info.mtu);
+  return code;
 }
 
 int CNetInfo::get_net_stat(const std::string& name, NetStat& stat) {
   if (name.empty()) return kEmptyName;
-  const detail::Fd file = detail::open_to_read("/proc/net/dev");
+  const Fd file = open_to_read("/proc/net/dev");
   if (!file) return kNoFile;
-  detail::Lines<1024> lines(file.get());
+  Lines<1024> lines(file.get());
   while (lines.next()) {
     if (parse_counters(lines.text(), name, stat)) return kDone;
   }

@@ -4,6 +4,9 @@
 #include "net/socket_table.h"
 
 namespace utility {
+
+using namespace detail;
+
 namespace {
 
 constexpr char kListening[] = "LISTEN";
@@ -17,31 +20,30 @@ enum Code : int {
 }  // namespace
 
 const char* CUnixNetlink::state2str(const unsigned int& state) {
-  return detail::state_text(state, kListening);
+  return state_text(state, kListening);
 }
 
 std::string CUnixNetlink::addr2str(int family, const void* address) {
-  return detail::address_text(family, address);
+  return address_text(family, address);
 }
 
 int CUnixNetlink::resolve_v4_data(const char* line, NetLinkInfo& info) {
-  return detail::resolve_line(AF_INET, line, kListening, info) ? kDone : kNoV4Line;
+  return resolve_line(AF_INET, line, kListening, info) ? kDone : kNoV4Line;
 }
 
 int CUnixNetlink::resolve_v6_data(const char* line, NetLinkInfo& info) {
-  return detail::resolve_line(AF_INET6, line, kListening, info) ? kDone : kNoV6Line;
+  return resolve_line(AF_INET6, line, kListening, info) ? kDone : kNoV6Line;
 }
 
 int CUnixNetlink::resolve_netlink_file(const NetLinkResolve& row, std::vector<NetLinkInfo>& infos) {
-  return detail::read_socket_file<detail::TrimmedLine>(detail::open_table(row.file), row,
-                                                       kCannotOpen, infos);
+  return read_socket_file<TrimmedLine>(open_table(row.file), row, kCannotOpen, infos);
 }
 
 int CUnixNetlink::get_all_netlink_infos(std::vector<NetLinkInfo>& infos) {
   static constexpr auto netlink_files =
-      detail::socket_rows<NetLinkResolve>(resolve_v4_data, resolve_v6_data);
+      socket_rows<NetLinkResolve>(resolve_v4_data, resolve_v6_data);
   for (const NetLinkResolve& row : netlink_files) {
-    if (!detail::exists(row.file)) continue;
+    if (!exists(row.file)) continue;
     const int code = resolve_netlink_file(row, infos);
     if (code != kDone) return code;
   }

@@ -1,11 +1,6 @@
 #include "utility/CUnixProcNet.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-
 #include <algorithm>
-#include <cerrno>
-#include <cstddef>
 #include <cstdlib>
 #include <map>
 
@@ -14,6 +9,9 @@
 #include "net/socket_table.h"
 
 namespace utility {
+
+using namespace detail;
+
 namespace {
 
 using NetInfo = CUnixProcNet::NetInfo;
@@ -64,38 +62,30 @@ class InodeIndex {
   std::vector<std::size_t> next_;
 };
 
-int read_table(const detail::Fd& table, const CUnixProcNet::NetResolve& row,
-               std::vector<NetInfo>& infos) {
-  return detail::read_socket_file<detail::LineWithoutFeed>(table, row, kCannotOpenTable, infos);
+int read_table(const Fd& table, const CUnixProcNet::NetResolve& row, std::vector<NetInfo>& infos) {
+  return read_socket_file<LineWithoutFeed>(table, row, kCannotOpenTable, infos);
 }
 
-// The sockets seen below one root directory. Below another than the host's, whoever lives there may
-// have put anything in the place of a table: only the kernel's own are taken.
-class RootSockets {
- public:
-  explicit RootSockets(const std::string& root) : nets_(read(root)), index_(nets_) {}
-  RootSockets(const RootSockets&) = delete;
-  RootSockets& operator=(const RootSockets&) = delete;
-
-  const InodeIndex& index() const noexcept { return index_; }
-
- private:
-  static std::vector<NetInfo> read(const std::string& root) {
-    std::vector<NetInfo> nets;
-    std::vector<CUnixProcNet::NetResolve> files;
-    CUnixProcNet::init_net_file(root, files);
-    for (const auto& file : files) {
-      const char* const path = file.file.c_str();
-      const detail::Fd table = detail::open_table(path);
-      if (root == "/" || (table && detail::is_kernel_table(table, path))) {
-        read_table(table, file, nets);
-      }
+// The records of the tables below one root directory. Below another than the host's, whoever lives
+// there may have put anything in the place of a table: only the kernel's own are taken.
+std::vector<NetInfo> read_root(const std::string& root) {
+  std::vector<NetInfo> nets;
+  std::vector<CUnixProcNet::NetResolve> files;
+  CUnixProcNet::init_net_file(root, files);
+  for (const auto& file : files) {
+    const Fd table = open_table(file.file.c_str());
+    if (root == "/" || (table && is_kernel_table(table, file.file.c_str()))) {
+      read_table(table, file, nets);
     }
-    return nets;
   }
+  return nets;
+}
 
-  std::vector<NetInfo> nets_;
-  InodeIndex index_;
+struct RootSockets {
+  explicit RootSockets(const std::string& root) : nets(read_root(root)), index(nets) {}
+
+  std::vector<NetInfo> nets;
+  InodeIndex index;
 };
 
 // A socket record and the process that holds it.
@@ -123,8 +113,7 @@ void append_records(const std::vector<Match>& matches, std::vector<ProcNetInfo>&
 
 // `examine` gets an entry's name and fills its status, links followed; 0 on success.
 template <class Examine>
-void append_socket_inodes(detail::DirWalk& fds, Examine examine,
-                          std::vector<unsigned long>& inodes) {
+void append_socket_inodes(DirWalk& fds, Examine examine, std::vector<unsigned long>& inodes) {
   while (const char* name = fds.next()) {
     struct stat status {};
     if (!CUnixProcNet::is_proc_info_dir(name) || examine(name, status) != 0) continue;
@@ -133,7 +122,7 @@ void append_socket_inodes(detail::DirWalk& fds, Examine examine,
 }
 
 int read_link(int dir, const char* path, std::string& target) {
-  if (detail::read_link_at(dir, path, kPathLimit, target)) return kDone;
+  if (read_link_at(dir, path, kPathLimit, target)) return kDone;
   if (errno != EACCES) return kCannotReadLink;
   target = "/";
   return kDone;
@@ -142,32 +131,32 @@ int read_link(int dir, const char* path, std::string& target) {
 }  // namespace
 
 const char* CUnixProcNet::state2str(const unsigned int& state) {
-  return detail::state_text(state, kListening);
+  return state_text(state, kListening);
 }
 
 std::string CUnixProcNet::addr2str(int family, const void* address) {
-  return detail::address_text(family, address);
+  return address_text(family, address);
 }
 
 int CUnixProcNet::resolve_v4_data(const char* line, NetInfo& info) {
-  return detail::resolve_line(AF_INET, line, kListening, info) ? kDone : kNoV4Line;
+  return resolve_line(AF_INET, line, kListening, info) ? kDone : kNoV4Line;
 }
 
 int CUnixProcNet::resolve_v6_data(const char* line, NetInfo& info) {
-  return detail::resolve_line(AF_INET6, line, kListening, info) ? kDone : kNoV6Line;
+  return resolve_line(AF_INET6, line, kListening, info) ? kDone : kNoV6Line;
 }
 
 void CUnixProcNet::init_net_file(const std::string& root, std::vector<NetResolve>& files) {
-  for (const detail::SocketFile& file : detail::kSocketFiles) {
+  for (const SocketFile& file : kSocketFiles) {
     std::string path = root == "/" ? file.path : root + file.path;
-    if (!detail::exists(path.c_str())) continue;
+    if (!exists(path.c_str())) continue;
     files.push_back({std::move(path), file.protocol,
                      file.family == AF_INET ? resolve_v4_data : resolve_v6_data});
   }
 }
 
 int CUnixProcNet::resolve_net_file(const NetResolve& row, std::vector<NetInfo>& infos) {
-  return read_table(detail::open_table(row.file.c_str()), row, infos);
+  return read_table(open_table(row.file.c_str()), row, infos);
 }
 
 int CUnixProcNet::get_net_info(const std::string& root, std::vector<NetInfo>& infos) {
@@ -178,13 +167,12 @@ int CUnixProcNet::get_net_info(const std::string& root, std::vector<NetInfo>& in
 }
 
 bool CUnixProcNet::is_proc_info_dir(const char* name) {
-  return name != nullptr && detail::is_decimal(name);
+  return name != nullptr && is_decimal(name);
 }
 
 std::string CUnixProcNet::make_proc_path(const char* base, const char* name, const char* sub) {
-  const char* dir = base == nullptr ? "/proc" : base;
-  std::string path = detail::join_path(dir, name == nullptr ? "" : name, kPathLimit);
-  return sub == nullptr ? path : detail::join_path(path.c_str(), sub, kPathLimit);
+  std::string path = join_path(base == nullptr ? "/proc" : base, or_empty(name), kPathLimit);
+  return sub == nullptr ? path : join_path(path.c_str(), sub, kPathLimit);
 }
 
 int CUnixProcNet::get_link_src(const char* path, std::string& target) {
@@ -193,14 +181,12 @@ int CUnixProcNet::get_link_src(const char* path, std::string& target) {
 
 int CUnixProcNet::get_proc_socket_inodes(const char* fd_dir, std::vector<unsigned long>& inodes) {
   if (fd_dir == nullptr) return kNoDirectory;
-  detail::DirWalk fds(fd_dir);
+  DirWalk fds(fd_dir);
   if (!fds) return kCannotOpenDirectory;
-  append_socket_inodes(
-      fds,
-      [fd_dir](const char* name, struct stat& status) {
-        return ::stat(make_proc_path(fd_dir, name, nullptr).c_str(), &status);
-      },
-      inodes);
+  const auto examine = [fd_dir](const char* name, struct stat& status) {
+    return ::stat(make_proc_path(fd_dir, name, nullptr).c_str(), &status);
+  };
+  append_socket_inodes(fds, examine, inodes);
   return inodes.empty() ? kNoSocket : kDone;
 }
 
@@ -214,7 +200,7 @@ void CUnixProcNet::relation_proc_net(const char* pid, const std::vector<unsigned
 }
 
 int CUnixProcNet::get_proc_net_info(std::vector<ProcNetInfo>& out) {
-  detail::ProcWalk procs(detail::is_decimal);
+  ProcWalk procs(is_decimal);
   if (!procs) return kCannotOpenDirectory;
 
   std::map<std::string, RootSockets> roots;
@@ -223,15 +209,15 @@ int CUnixProcNet::get_proc_net_info(std::vector<ProcNetInfo>& out) {
   std::string root;
   while (procs.next()) {
     const std::string name = procs.name();
-    detail::DirWalk fds(procs.fd(), (name + "/fd").c_str());
+    DirWalk fds(procs.fd(), (name + "/fd").c_str());
     inodes.clear();
-    append_socket_inodes(
-        fds,
-        [&fds](const char* fd, struct stat& status) { return ::fstatat(fds.fd(), fd, &status, 0); },
-        inodes);
+    const auto examine = [&fds](const char* fd, struct stat& status) {
+      return ::fstatat(fds.fd(), fd, &status, 0);
+    };
+    append_socket_inodes(fds, examine, inodes);
     if (inodes.empty()) continue;
     if (read_link(procs.fd(), (name + "/root").c_str(), root) != kDone) continue;
-    find_matches(procs.pid(), inodes, roots.try_emplace(root, root).first->second.index(), matches);
+    find_matches(procs.pid(), inodes, roots.try_emplace(root, root).first->second.index, matches);
   }
   append_records(matches, out);
   return kDone;

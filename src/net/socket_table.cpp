@@ -1,9 +1,7 @@
 #include "net/socket_table.h"
 
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <linux/magic.h>
-#include <sys/stat.h>
 #include <sys/vfs.h>
 
 #include <charconv>
@@ -14,18 +12,6 @@
 
 namespace utility::detail {
 namespace {
-
-// The columns that nobody keeps; they still have to convert.
-struct Unkept {
-  int slot;
-  unsigned transmit_queue;
-  unsigned receive_queue;
-  int timer;
-  unsigned expiry;
-  unsigned retransmits;
-  int uid;
-  int timeout;
-};
 
 // Walks a line that must look as expected. The first mismatch stops the walk for good; the NUL
 // matches nothing, so it is never passed.
@@ -55,6 +41,11 @@ class StrictScanner {
     }
     return value;
   }
+  // The same after the byte `before`.
+  std::uint32_t hex(char before, int digits) noexcept {
+    expect(before);
+    return hex(digits);
+  }
 
   // One to ten decimal digits. What is beyond 32 bits is lost, as the C library loses it.
   std::uint32_t decimal() noexcept {
@@ -65,6 +56,12 @@ class StrictScanner {
     }
     fits_ = fits_ && digits >= 1 && digits <= 10;
     return static_cast<std::uint32_t>(value);
+  }
+  // The same after one blank or more.
+  std::uint32_t column() noexcept {
+    expect(' ');
+    blanks();
+    return decimal();
   }
 
  private:
@@ -103,66 +100,50 @@ bool is_kernel_table(const Fd& table, const char* path) {
 }
 
 bool scan_by_format(int family, const char* line, SocketLine& socket) noexcept {
-  Unkept unkept;
+  auto& [local, remote, local_port, remote_port, state, kept_inode] = socket;
   int inode = 0;
-  auto& local = socket.local_addr;
-  auto& remote = socket.remote_addr;
+  // The columns that nobody keeps still have to convert.
+  int number = 0;
+  unsigned hex = 0;
   bool complete = false;
   // NOLINTBEGIN(cert-err34-c): how the C library takes numbers that do not fit is what is wanted.
   if (family == AF_INET) {
-    complete =
-        std::sscanf(line, " %d: %x:%x %x:%x %x %x:%x %d:%x %x %d %d %d", &unkept.slot, &local[0],
-                    &socket.local_port, &remote[0], &socket.remote_port, &socket.state,
-                    &unkept.transmit_queue, &unkept.receive_queue, &unkept.timer, &unkept.expiry,
-                    &unkept.retransmits, &unkept.uid, &unkept.timeout, &inode) == 14;
+    complete = std::sscanf(line, " %d: %x:%x %x:%x %x %x:%x %d:%x %x %d %d %d", &number, &local[0],
+                           &local_port, &remote[0], &remote_port, &state, &hex, &hex, &number, &hex,
+                           &hex, &number, &number, &inode) == 14;
   } else {
     complete = std::sscanf(line, " %d: %8x%8x%8x%8x:%x %8x%8x%8x%8x:%x %x %x:%x %d:%x %x %d %d %d",
-                           &unkept.slot, &local[0], &local[1], &local[2], &local[3],
-                           &socket.local_port, &remote[0], &remote[1], &remote[2], &remote[3],
-                           &socket.remote_port, &socket.state, &unkept.transmit_queue,
-                           &unkept.receive_queue, &unkept.timer, &unkept.expiry,
-                           &unkept.retransmits, &unkept.uid, &unkept.timeout, &inode) == 20;
+                           &number, &local[0], &local[1], &local[2], &local[3], &local_port,
+                           &remote[0], &remote[1], &remote[2], &remote[3], &remote_port, &state,
+                           &hex, &hex, &number, &hex, &hex, &number, &number, &inode) == 20;
   }
   // NOLINTEND(cert-err34-c)
-  socket.inode = static_cast<std::uint32_t>(inode);
+  kept_inode = static_cast<std::uint32_t>(inode);
   return complete;
 }
 
 bool scan_kernel_layout(int family, const char* line, SocketLine& socket) noexcept {
   const std::size_t words = family == AF_INET ? 1 : 4;
   StrictScanner scan(line);
-  const auto address = [&](std::array<std::uint32_t, 4>& addr, std::uint32_t& port) {
-    scan.expect(' ');
-    for (std::size_t i = 0; i < words; ++i) addr[i] = scan.hex(8);
-    scan.expect(':');
-    port = scan.hex(4);
-  };
-  const auto number = [&] {
-    scan.expect(' ');
-    scan.blanks();
-    return scan.decimal();
-  };
-
   scan.blanks();
   scan.decimal();  // slot
   scan.expect(':');
+  const auto address = [&](std::array<std::uint32_t, 4>& addr, std::uint32_t& port) {
+    addr[0] = scan.hex(' ', 8);
+    for (std::size_t i = 1; i < words; ++i) addr[i] = scan.hex(8);
+    port = scan.hex(':', 4);
+  };
   address(socket.local_addr, socket.local_port);
   address(socket.remote_addr, socket.remote_port);
-  scan.expect(' ');
-  socket.state = scan.hex(2);
-  scan.expect(' ');
-  scan.hex(8);  // transmit queue
-  scan.expect(':');
-  scan.hex(8);  // receive queue
-  scan.expect(' ');
-  scan.decimal();  // timer
-  scan.expect(':');
-  scan.hex(8);  // expiry
-  scan.expect(' ');
-  scan.hex(8);  // retransmits
-  number();     // uid
-  number();     // timeout
-  socket.inode = number();
+  socket.state = scan.hex(' ', 2);
+  scan.hex(' ', 8);  // transmit queue
+  scan.hex(':', 8);  // receive queue
+  scan.column();     // timer
+  scan.hex(':', 8);  // expiry
+  scan.hex(' ', 8);  // retransmits
+  scan.column();     // uid
+  scan.column();     // timeout
+  socket.inode = scan.column();
   return scan.fits();
 }
 
@@ -175,8 +156,7 @@ std::string address_text(int family, const void* address) {
   if (address == nullptr) return {};
   if (family == AF_INET) return ipv4_text(static_cast<const unsigned char*>(address));
   std::array<char, 54> text{};
-  if (::inet_ntop(family, address, text.data(), text.size() - 1) == nullptr) return {};
-  return text.data();
+  return ::inet_ntop(family, address, text.data(), text.size() - 1) == nullptr ? "" : text.data();
 }
 
 const char* state_text(std::uint32_t state, const char* listening) noexcept {

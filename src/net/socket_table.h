@@ -2,11 +2,8 @@
 
 #include <netinet/in.h>
 
-#include <array>
 #include <cstdint>
 #include <cstring>
-#include <string>
-#include <utility>
 #include <vector>
 
 #include "base/io.h"
@@ -95,8 +92,7 @@ struct TrimmedLine {
 struct LineWithoutFeed {
   const char* operator()(LineSource& lines) const {
     char* text = lines.text();
-    const std::size_t length = std::strlen(text);
-    if (length > 0 && text[length - 1] == '\n') text[length - 1] = '\0';
+    text[std::strcspn(text, "\n")] = '\0';
     return text;
   }
 };
@@ -135,8 +131,8 @@ constexpr std::array<Row, kSocketFiles.size()> socket_rows(decltype(Row::resolve
                                                            decltype(Row::resolve) v6) {
   std::array<Row, kSocketFiles.size()> rows{};
   for (std::size_t i = 0; i < rows.size(); ++i) {
-    const SocketFile& file = kSocketFiles[i];
-    rows[i] = {file.path, file.protocol, file.family == AF_INET ? v4 : v6};
+    const auto& [path, protocol, family] = kSocketFiles[i];
+    rows[i] = {path, protocol, family == AF_INET ? v4 : v6};
   }
   return rows;
 }

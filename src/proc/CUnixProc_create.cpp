@@ -10,7 +10,7 @@
 #include <optional>
 #include <string>
 
-#include "base/account_lookup.h"
+#include "base/database_entry.h"
 #include "base/dir_walk.h"
 #include "base/io.h"
 #include "base/paths.h"
