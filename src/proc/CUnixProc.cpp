@@ -1,19 +1,12 @@
 #include "utility/CUnixProc.h"
 
-#include <fcntl.h>
-
-#include <algorithm>
 #include <cstdlib>
-#include <cstring>
-#include <string_view>
 
 #include "base/callback.h"
 #include "base/dir_walk.h"
 #include "base/io.h"
 #include "base/paths.h"
-#include "base/text.h"
 #include "proc/CUnixProc_code.h"
-#include "proc/CUnixProc_text.h"
 #include "proc/ProcessReader.h"
 
 namespace utility {
@@ -178,6 +171,34 @@ int CUnixProc::get_socket_inodes(const std::string& fd_dir, std::vector<unsigned
     if (name[0] == '.') continue;
     const std::string entry = join_path(fd_dir.c_str(), name, kMaxPath);
     append_if_socket(AT_FDCWD, entry.c_str(), inodes);
+  }
+  return kDone;
+}
+
+int CUnixProc::one_proc_infos(const char* pid_text, std::vector<std::string>& paths) {
+  constexpr std::size_t kMaxPath = 511;
+  const std::string dir = std::string("/proc/") + or_empty(pid_text);
+  const Fd file = open_to_read(join_path(dir.c_str(), "maps", kMaxPath).c_str());
+  if (!file) return kNotOpened;
+  Lines<1024> lines(file.get());
+  std::vector<std::string> fields;
+  while (lines.next()) {
+    std::string path = mapped_path(std::string(lines.line()), fields);
+    if (!path.empty()) paths.push_back(std::move(path));
+  }
+  return kDone;
+}
+
+int CUnixProc::get_all_proc_map_info(std::vector<UnixProcMapInfo>& infos) {
+  ProcWalk processes(is_decimal);
+  if (!processes) return kNoDirectory;
+  while (processes.next()) {
+    UnixProcMapInfo info;
+    info.pid = processes.pid();
+    if (one_proc_infos(processes.name(), info.maps) != kDone || info.maps.empty()) continue;
+    std::sort(info.maps.begin(), info.maps.end());
+    info.maps.erase(std::unique(info.maps.begin(), info.maps.end()), info.maps.end());
+    infos.push_back(std::move(info));
   }
   return kDone;
 }

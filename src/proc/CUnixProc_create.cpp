@@ -1,14 +1,10 @@
-#include <fcntl.h>
 #include <signal.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <climits>
 #include <cstdlib>
 #include <optional>
-#include <string>
 
 #include "base/database_entry.h"
 #include "base/dir_walk.h"
@@ -19,6 +15,9 @@
 #include "utility/CUnixProc.h"
 
 namespace utility {
+
+using namespace detail;
+
 namespace {
 
 constexpr int kFailedChild = 255;
@@ -49,7 +48,7 @@ bool leads_to_directory(const std::string& dir) {
     if (::lstat(path.c_str(), &status) != 0) return false;
     if (S_ISDIR(status.st_mode)) return true;
     if (!S_ISLNK(status.st_mode) || readings == kMaxReadings) return false;
-    if (!detail::read_link_at(AT_FDCWD, dir.c_str(), kMaxTarget, path)) return false;
+    if (!read_link_at(AT_FDCWD, dir.c_str(), kMaxTarget, path)) return false;
   }
 }
 
@@ -57,17 +56,16 @@ bool leads_to_directory(const std::string& dir) {
 // False when that failed: a command that is meant to lose the caller's rights must not keep them.
 bool find_account(const std::string& user, std::optional<Account>& account) {
   if (user.empty()) return true;
-  const detail::UserEntry entry = detail::find_user(user.c_str());
+  const UserEntry entry = find_user(user.c_str());
   if (entry) account = Account{entry->pw_uid, entry->pw_gid};
   return entry.answered();
 }
 
 // The soft limit of open files; empty when it cannot be read.
 std::optional<unsigned int> open_file_limit() {
-  constexpr rlim_t kWhenUnlimited = 1024;
   rlimit limit{};
   if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return std::nullopt;
-  if (limit.rlim_cur == RLIM_INFINITY) return static_cast<unsigned int>(kWhenUnlimited);
+  if (limit.rlim_cur == RLIM_INFINITY) return 1024;
   return static_cast<unsigned int>(std::min<rlim_t>(limit.rlim_cur, UINT_MAX));
 }
 
@@ -75,7 +73,7 @@ std::optional<unsigned int> open_file_limit() {
 // descriptors there are; only without either are all numbers tried.
 void close_below(unsigned int limit) {
   if (limit == 0 || ::close_range(0, limit - 1, 0) == 0) return;
-  detail::DirWalk open_ones("/proc/self/fd");
+  DirWalk open_ones("/proc/self/fd");
   if (open_ones) {
     while (const char* name = open_ones.next()) {
       const int fd = static_cast<int>(std::strtol(name, nullptr, 10));
@@ -101,9 +99,7 @@ void close_below(unsigned int limit) {
   // Not close-on-exec: this is the daemon's standard input.
   const int null_device = ::open("/dev/null", O_RDWR);
   if (null_device < 0) ::_exit(kFailedChild);
-  for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-    ::dup2(null_device, standard);
-  }
+  for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) ::dup2(null_device, fd);
   ::execle("/bin/sh", "sh", "-c", daemon.command, static_cast<char*>(nullptr), daemon.envp);
   ::_exit(0);
 }
@@ -112,23 +108,23 @@ void close_below(unsigned int limit) {
 
 int CUnixProc::create_proc(const std::string& executable, const std::string& args,
                            const std::string& dir, const std::string& user, char** envp) {
-  if (executable.empty() || !detail::is_regular_file(executable.c_str())) return detail::kUnusable;
-  if (!leads_to_directory(dir)) return detail::kUnusable;
+  if (executable.empty() || !is_regular_file(executable.c_str())) return kUnusable;
+  if (!leads_to_directory(dir)) return kUnusable;
   const std::optional<unsigned int> open_files = open_file_limit();
-  if (!open_files) return detail::kNoLimit;
+  if (!open_files) return kNoLimit;
   std::optional<Account> account;
-  if (!find_account(user, account)) return detail::kUnusable;
-  const std::string command = detail::shell_command(executable, args);
+  if (!find_account(user, account)) return kUnusable;
+  const std::string command = shell_command(executable, args);
   const Daemon daemon{command.c_str(), dir.c_str(), account, *open_files, envp};
 
   const pid_t child = ::fork();
-  if (child < 0) return detail::kNoChild;
+  if (child < 0) return kNoChild;
   if (child == 0) {
     // The child ends at once, so that init inherits the daemon.
     if (::fork() != 0) ::_exit(kFailedChild);
     run_daemon(daemon);
   }
-  return detail::wait_for(child) ? detail::kDone : detail::kNoChild;
+  return wait_for(child) ? kDone : kNoChild;
 }
 
 }  // namespace utility

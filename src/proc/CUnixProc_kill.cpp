@@ -1,13 +1,8 @@
 #include <signal.h>
 
-#include <algorithm>
 #include <chrono>
 #include <cstdlib>
-#include <memory>
-#include <new>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "base/io.h"
 #include "base/paths.h"
@@ -16,6 +11,9 @@
 #include "utility/CUnixProc.h"
 
 namespace utility {
+
+using namespace detail;
+
 namespace {
 
 using std::chrono::steady_clock;
@@ -28,11 +26,11 @@ constexpr std::chrono::seconds kPatience(2);
 // has ended while others still run shows the same state, but has more than one thread.
 bool is_zombie(int pid) {
   const std::string path = "/proc/" + std::to_string(pid) + "/status";
-  const detail::Fd file = detail::open_to_read(path.c_str());
-  detail::Lines<detail::kLineCapacity> lines(file.get());
-  const char* state = detail::find_field(lines, "State:");
-  if (state == nullptr || detail::first_word(state) != "Z") return false;
-  const char* threads = detail::find_field(lines, "Threads:");
+  const Fd file = open_to_read(path.c_str());
+  Lines<kLineCapacity> lines(file.get());
+  const char* state = find_field(lines, "State:");
+  if (state == nullptr || first_word(state) != "Z") return false;
+  const char* threads = find_field(lines, "Threads:");
   return threads != nullptr && std::strtol(threads, nullptr, 10) <= 1;
 }
 
@@ -42,15 +40,15 @@ int kill_matching(CUnixProc::EnumCallback filter, const void* key) {
   std::vector<int> pids;
   const std::unique_ptr<CUnixProc::ProcFilterCtx> ctx(new (std::nothrow)
                                                           CUnixProc::ProcFilterCtx{key, &pids});
-  if (!ctx) return detail::kUnusable;
+  if (!ctx) return kUnusable;
   for (auto last_alive = steady_clock::now();; std::this_thread::sleep_for(kRest)) {
     pids.clear();
     CUnixProc::get_all_proc_data(filter, ctx.get());
-    if (pids.empty()) return detail::kDone;
+    if (pids.empty()) return kDone;
     if (!std::all_of(pids.begin(), pids.end(), is_zombie)) {
       last_alive = steady_clock::now();
     } else if (steady_clock::now() - last_alive > kPatience) {
-      return detail::kDone;
+      return kDone;
     }
     for (const int pid : pids) CUnixProc::kill_proc(pid);
   }
@@ -59,22 +57,20 @@ int kill_matching(CUnixProc::EnumCallback filter, const void* key) {
 }  // namespace
 
 int CUnixProc::kill_proc(int pid) {
-  if (pid <= 0) return detail::kUnusable;
-  return ::kill(pid, SIGKILL) == 0 ? detail::kDone : detail::kNotKilled;
+  if (pid <= 0) return kUnusable;
+  return ::kill(pid, SIGKILL) == 0 ? kDone : kNotKilled;
 }
 
 int CUnixProc::kill_proc_tree(const std::string& key) {
-  const EnumCallback filter =
-      detail::exists(key.c_str()) ? filter_procs_by_pathname : filter_procs_by_procname;
-  return kill_matching(filter, &key);
+  const bool is_path = exists(key.c_str());
+  return kill_matching(is_path ? filter_procs_by_pathname : filter_procs_by_procname, &key);
 }
 
 int CUnixProc::kill_proc_tree(const int& pid) {
-  // 0 is what process 1 and unreadable parents show: nobody's child, and the first cannot be
-  // killed.
-  if (pid <= 0) return detail::kDone;
+  // 0 is what process 1, which cannot be killed, and unreadable parents show: nobody's child.
+  if (pid <= 0) return kDone;
   const int code = kill_matching(filter_procs_by_ppid, &pid);
-  if (code == detail::kDone) kill_proc(pid);
+  if (code == kDone) kill_proc(pid);
   return code;
 }
 

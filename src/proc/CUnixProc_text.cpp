@@ -1,24 +1,14 @@
 #include "proc/CUnixProc_text.h"
 
-#include <algorithm>
-#include <array>
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
-#include <utility>
 
 #include "base/io.h"
-#include "base/text.h"
 #include "proc/CUnixProc_code.h"
 #include "utility/CStr.h"
 
 namespace utility::detail {
-namespace {
-
-// pid, name, state, parent, seventeen numbers of no interest, start.
-constexpr char kStatFormat[] = "%*d%*s%*s%d%*d%*d%*d%*d%*d%*d%*d%*d%*d%*d%*d%*d%*d%*d%*d%*d%*d%lu";
-
-}  // namespace
 
 ssize_t read_stat(int fd, int& ppid, unsigned long& start_ticks) noexcept {
   start_ticks = 0;
@@ -27,16 +17,17 @@ ssize_t read_stat(int fd, int& ppid, unsigned long& start_ticks) noexcept {
   char* const end = text.data() + std::max<ssize_t>(count, 0);
   *end = '\0';
   std::replace(text.data(), end, '\0', '?');  // to the scan it is a byte like any other
-  // How far the scan comes is not looked at, and numbers out of range are taken as it takes them.
+  // pid, name, state, parent, seventeen numbers of no interest, start. How far the scan comes is
+  // not looked at, and numbers out of range are taken as it takes them.
+  constexpr char kFormat[] = "%*d%*s%*s%d%*d%*d%*d%*d%*d%*d%*d%*d%*d%*d%*d%*d%*d%*d%*d%*d%*d%lu";
   // NOLINTNEXTLINE(cert-err34-c)
-  static_cast<void>(std::sscanf(text.data(), kStatFormat, &ppid, &start_ticks));
+  static_cast<void>(std::sscanf(text.data(), kFormat, &ppid, &start_ticks));
   return count;
 }
 
 long start_time(unsigned long ticks, long boot_time) {
-  constexpr unsigned long kTicksPerSecond = 100;
   // Added without sign: a file may say anything.
-  return static_cast<long>(ticks / kTicksPerSecond + static_cast<unsigned long>(boot_time));
+  return static_cast<long>(ticks / 100 + static_cast<unsigned long>(boot_time));
 }
 
 void parse_id(const char* text, unsigned int& id) {
@@ -85,18 +76,15 @@ std::string mapped_path(std::string line, std::vector<std::string>& fields) {
   if (contains(line, "(deleted)") || (contains(line, "[") && contains(line, "]"))) return {};
   fields.clear();
   CStr::ext_line(fields, line);
-  constexpr std::size_t kPathField = 5;
-  return fields.size() > kPathField ? std::move(fields[kPathField]) : std::string();
+  return fields.size() > 5 ? std::move(fields[5]) : "";
 }
 
 std::string shell_command(const std::string& executable, const std::string& args) {
-  std::string command;
-  const std::size_t slash = executable.rfind('/');
-  const std::size_t name = slash == std::string::npos ? executable.size() : slash + 1;
-  command.assign(executable, 0, name);
-  for (std::size_t at = name; at < executable.size(); ++at) {
-    if (std::isalnum(static_cast<unsigned char>(executable[at])) == 0) command += '\\';
-    command += executable[at];
+  const std::size_t slash = std::min(executable.rfind('/'), executable.size() - 1);
+  std::string command = executable.substr(0, slash + 1);
+  for (const char c : executable.substr(slash + 1)) {
+    if (std::isalnum(static_cast<unsigned char>(c)) == 0) command += '\\';
+    command += c;
   }
   return command.append(" ").append(args);
 }

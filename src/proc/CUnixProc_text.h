@@ -1,9 +1,6 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "base/text.h"

@@ -1,12 +1,5 @@
 #include "proc/ProcessReader.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <utility>
-
 #include "base/dir_walk.h"
 #include "base/io.h"
 #include "base/paths.h"
@@ -92,7 +85,7 @@ int ProcessReader::read(int pid, ProcData& data) {
   if (code != kDone) return code == kVanished ? kDone : code;
   data.gid = fields.gid;
 
-  read_executable(data);
+  find_executable(first_line(cmdline_.get()), dir_, path_of("exe"), data.path);
   read_sockets(data.inodes);
   read_environ(data.environ);
   lengthen_name(data);
@@ -135,21 +128,13 @@ int ProcessReader::read_stat(const Fd& file, ProcData& data) {
   if (!file) return kNotOpened;
   unsigned long ticks = 0;
   if (detail::read_stat(file.get(), data.ppid, ticks) < 0 && errno == ESRCH) return kVanished;
-  const int code = read_boot_time();
-  if (code == kDone) data.start_time = start_time(ticks, *boot_time_);
-  return code;
-}
-
-int ProcessReader::read_boot_time() {
-  if (boot_time_) return kDone;
-  long boot_time = 0;
-  const int code = CUnixProc::get_boottime(boot_time);
-  if (code == kDone) boot_time_ = boot_time;
-  return code;
-}
-
-void ProcessReader::read_executable(ProcData& data) {
-  find_executable(first_line(cmdline_.get()), dir_, path_of("exe"), data.path);
+  if (!boot_time_) {
+    long boot_time = 0;
+    if (const int code = CUnixProc::get_boottime(boot_time); code != kDone) return code;
+    boot_time_ = boot_time;
+  }
+  data.start_time = start_time(ticks, *boot_time_);
+  return kDone;
 }
 
 void ProcessReader::read_sockets(std::vector<unsigned long>& inodes) {
@@ -165,8 +150,8 @@ void ProcessReader::read_environ(std::string& environ) {
     if (is_missing("environ")) environ.clear();
     return;
   }
-  const int code = read_joined(file, text_.get(), kEnvironBytes, environ);
-  if (code == kDone && !is_printable(environ)) environ.clear();
+  if (read_joined(file, text_.get(), kEnvironBytes, environ) != kDone) return;
+  if (!is_printable(environ)) environ.clear();
 }
 
 }  // namespace utility::detail

@@ -1,9 +1,6 @@
 #pragma once
 
 #include <optional>
-#include <string>
-#include <string_view>
-#include <vector>
 
 #include "base/handles.h"
 #include "proc/CUnixProc_text.h"
@@ -45,8 +42,6 @@ class ProcessReader {
   int read_status(const Fd& file, StatusFields& fields);
   int read_cmd(const Fd& file, CUnixProc::UnixProcData& data);
   int read_stat(const Fd& file, CUnixProc::UnixProcData& data);
-  int read_boot_time();
-  void read_executable(CUnixProc::UnixProcData& data);
   void read_sockets(std::vector<unsigned long>& inodes);
   void read_environ(std::string& environ);
 
