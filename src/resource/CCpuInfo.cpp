@@ -1,14 +1,13 @@
 #include "utility/CCpuInfo.h"
 
-#include <algorithm>
-#include <cstring>
-#include <string>
-
 #include "base/io.h"
 #include "base/text.h"
 #include "utility/CStr.h"
 
 namespace utility {
+
+using namespace detail;
+
 namespace {
 
 enum Code : int {
@@ -30,10 +29,8 @@ bool parse_cpu_line(const std::string& line, CCpuInfo::CpuStatEnt& entry) {
   std::vector<std::string> fields;
   CStr::ext_line(fields, line);
   if (fields.size() <= std::size(kCounters)) return false;
-  const std::string& name = fields[0];
-  if (!detail::begins_with(name, "cpu") || name == "cpu") return false;
-
-  std::memcpy(entry.name, name.data(), std::min(name.size(), sizeof entry.name));
+  if (!begins_with(fields[0], "cpu") || fields[0] == "cpu") return false;
+  fields[0].copy(entry.name, sizeof entry.name);
   std::size_t field = 0;
   for (const auto counter : kCounters) entry.*counter = CStr::atoll(fields[++field]);
   return true;
@@ -51,9 +48,8 @@ Times sum_times(const CCpuInfo::CpuStat& stat) {
   for (const CCpuInfo::CpuStatEnt& entry : stat.ents) {
     if (left-- <= 0) break;
     for (const auto counter : kCounters) times.total += static_cast<std::uint64_t>(entry.*counter);
-    for (const auto counter : {entry.user, entry.nice, entry.system}) {
-      times.busy += static_cast<std::uint64_t>(counter);
-    }
+    times.busy += static_cast<std::uint64_t>(entry.user) + static_cast<std::uint64_t>(entry.nice) +
+                  static_cast<std::uint64_t>(entry.system);
   }
   return times;
 }
@@ -61,10 +57,10 @@ Times sum_times(const CCpuInfo::CpuStat& stat) {
 }  // namespace
 
 int CCpuInfo::get_cpu_stat(CpuStat& stat) {
-  const detail::Fd file = detail::open_to_read("/proc/stat");
+  const Fd file = open_to_read("/proc/stat");
   if (!file) return kNotOpened;
   stat.count = 0;
-  detail::Lines<1024> lines(file.get());
+  Lines<1024> lines(file.get());
   while (lines.next()) {
     CpuStatEnt entry;
     if (!parse_cpu_line(lines.text(), entry)) continue;

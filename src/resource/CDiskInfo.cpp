@@ -6,6 +6,9 @@
 #include "utility/CStr.h"
 
 namespace utility {
+
+using namespace detail;
+
 namespace {
 
 enum Code : int {
@@ -22,8 +25,8 @@ bool parse_mount_line(const std::string& line, CDiskInfo::DiskInfo& info) {
   if (fields.size() < 3) return false;
   const std::string& mount = fields[1];
   // The mount of /proc itself stays: it has no slash at the end.
-  if (detail::begins_with(mount, "/proc/")) return false;
-  if (!detail::exists(mount.c_str()) || ::statfs(mount.c_str(), &info.fs) != 0) return false;
+  if (begins_with(mount, "/proc/")) return false;
+  if (!exists(mount.c_str()) || ::statfs(mount.c_str(), &info.fs) != 0) return false;
 
   info.dev = std::move(fields[0]);
   info.mount = std::move(fields[1]);
@@ -34,9 +37,9 @@ bool parse_mount_line(const std::string& line, CDiskInfo::DiskInfo& info) {
 }  // namespace
 
 int CDiskInfo::get_disk_info(std::vector<DiskInfo>& infos) {
-  const detail::Fd file = detail::open_to_read("/etc/mtab");
+  const Fd file = open_to_read("/etc/mtab");
   if (!file) return kNotOpened;
-  detail::Lines<4096> lines(file.get());
+  Lines<4096> lines(file.get());
   while (lines.next()) {
     DiskInfo info;
     if (parse_mount_line(lines.text(), info)) infos.push_back(std::move(info));

@@ -1,18 +1,15 @@
 #include "utility/CMemInfo.h"
 
-#include <algorithm>
 #include <cmath>
-#include <cstdint>
 #include <cstdlib>
-#include <exception>
-#include <iterator>
-#include <string>
-#include <string_view>
 
 #include "base/io.h"
 #include "base/text.h"
 
 namespace utility {
+
+using namespace detail;
+
 namespace {
 
 enum Code : int {
@@ -32,8 +29,8 @@ long kilobytes_after(std::string_view word) {
 
 // Takes the number of a line that begins with one of the keys; false for any other line.
 bool take_meminfo_line(const char* line, CMemInfo::MemStat& stat) {
-  const std::string_view word = detail::first_word(line);
-  const auto begins_word = [word](std::string_view key) { return detail::begins_with(word, key); };
+  const std::string_view word = first_word(line);
+  const auto begins_word = [word](std::string_view key) { return begins_with(word, key); };
   const auto kilobytes = static_cast<std::uint32_t>(kilobytes_after(word));
   if (begins_word("MemTotal")) {
     stat.total = static_cast<std::int32_t>(kilobytes);
@@ -52,10 +49,10 @@ double share_of(double part, int total) { return total == 0 ? 0.0 : part / total
 int CMemInfo::get_mem_stat(MemStat& stat) {
   try {
     std::string text;
-    detail::read_all(detail::open_to_read("/proc/meminfo").get(), text);
+    read_all(open_to_read("/proc/meminfo").get(), text);
     int found = 0;
     for (std::string_view rest = text; found < kKeys && !rest.empty();) {
-      const std::string line(detail::take_line(rest, rest.size()));
+      const std::string line(take_line(rest, rest.size()));
       if (take_meminfo_line(line.c_str(), stat)) ++found;
     }
     return found == kKeys ? kDone : kKeyMissing;
@@ -66,21 +63,20 @@ int CMemInfo::get_mem_stat(MemStat& stat) {
 
 int CMemInfo::get_mem_usage(double& usage) {
   MemStat stat;
-  const int result = get_mem_stat(stat);
-  if (result != kDone) return result;
+  if (const int result = get_mem_stat(stat); result != kDone) return result;
   usage = share_of(static_cast<double>(stat.total) - stat.free, stat.total) * 100.0;
   return kDone;
 }
 
 int CMemInfo::get_process_mem_usage(const int& pid, double& usage) {
   const std::string path = "/proc/" + std::to_string(pid) + "/status";
-  const detail::Fd file = detail::open_to_read(path.c_str());
+  const Fd file = open_to_read(path.c_str());
   if (!file) return kNotRead;
   int resident = 0;
-  detail::Lines<512> lines(file.get());
+  Lines<512> lines(file.get());
   while (lines.next()) {
-    if (!detail::begins_with(lines.line(), "VmRSS")) continue;
-    resident = static_cast<int>(kilobytes_after(detail::first_word(lines.text())));
+    if (!begins_with(lines.line(), "VmRSS")) continue;
+    resident = static_cast<int>(kilobytes_after(first_word(lines.text())));
     break;
   }
   MemStat stat;

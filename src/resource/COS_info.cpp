@@ -6,6 +6,9 @@
 #include "resource/os_version.h"
 
 namespace utility {
+
+using namespace detail;
+
 namespace {
 
 enum Code : int {
@@ -13,15 +16,10 @@ enum Code : int {
   kNotProvided = 1,
 };
 
-constexpr int kSystemShift = 25;
-constexpr int kMajorShift = 20;
-constexpr int kMinorShift = 15;
-constexpr unsigned kFieldMask = 0x1F;
-
-// The byte at `at` as a digit. Other bytes keep what the subtraction gives; after the end is 0.
+// The byte at `at` as a digit of 5 bits. Other bytes keep what the subtraction gives; after the end
+// is 0.
 unsigned digit_at(std::string_view text, std::size_t at) {
-  if (at >= text.size()) return 0;
-  return (static_cast<unsigned char>(text[at]) - unsigned{'0'}) & kFieldMask;
+  return at < text.size() ? (static_cast<unsigned char>(text[at]) - unsigned{'0'}) & 0x1F : 0;
 }
 
 }  // namespace
@@ -30,14 +28,14 @@ int detail::pack_os_version(std::string_view system, std::string_view release,
                             std::string_view machine) {
   const unsigned is_linux = contains(system, "Linux") ? 1 : 0;
   const unsigned is_x64 = contains(machine, "x64") ? 1 : 0;
-  return static_cast<int>(is_linux << kSystemShift | digit_at(release, 0) << kMajorShift |
-                          digit_at(release, 2) << kMinorShift | is_x64);
+  return static_cast<int>(is_linux << 25 | digit_at(release, 0) << 20 | digit_at(release, 2) << 15 |
+                          is_x64);
 }
 
 int COS_info::get_os_vesion(int& version) {
   utsname names{};
   ::uname(&names);
-  version = detail::pack_os_version(names.sysname, names.release, names.machine);
+  version = pack_os_version(names.sysname, names.release, names.machine);
   return kDone;
 }
 

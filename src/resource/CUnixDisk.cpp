@@ -1,16 +1,15 @@
 #include "utility/CUnixDisk.h"
 
-#include <algorithm>
-#include <array>
-#include <cstdio>
 #include <iostream>
-#include <string_view>
 
 #include "base/callback.h"
 #include "base/io.h"
 #include "base/text.h"
 
 namespace utility {
+
+using namespace detail;
+
 namespace {
 
 enum Code : int {
@@ -31,10 +30,6 @@ std::string parse_partition_line(const char* line) {
   return name.data();
 }
 
-bool is_scsi_or_ide(std::string_view name) {
-  return detail::begins_with(name, "sd") || detail::begins_with(name, "hd");
-}
-
 bool is_whole_disk(const std::string& name) { return name.size() == kDiskName; }
 
 bool is_partition_of(const std::string& disk, const std::string& name) {
@@ -45,8 +40,7 @@ bool is_partition_of(const std::string& disk, const std::string& name) {
 template <typename Tell>
 int walk_names(const Tell& tell) {
   std::vector<std::string> names;
-  const int result = CUnixDisk::get_disk_info_from_proc(names);
-  if (result != kDone) return result;
+  if (CUnixDisk::get_disk_info_from_proc(names) != kDone) return kListNotOpened;
   for (const std::string& name : names) {
     if (tell(name, names)) return kStopped;
   }
@@ -56,12 +50,12 @@ int walk_names(const Tell& tell) {
 }  // namespace
 
 int CUnixDisk::get_disk_info_from_proc(std::vector<std::string>& names) {
-  const detail::Fd file = detail::open_to_read("/proc/partitions");
+  const Fd file = open_to_read("/proc/partitions");
   if (!file) return kListNotOpened;
-  detail::Lines<128> lines(file.get());
+  Lines<128> lines(file.get());
   while (lines.next()) {
     std::string name = parse_partition_line(lines.text());
-    if (is_scsi_or_ide(name)) names.push_back(std::move(name));
+    if (begins_with(name, "sd") || begins_with(name, "hd")) names.push_back(std::move(name));
   }
   return kDone;
 }
@@ -77,18 +71,16 @@ int CUnixDisk::get_vgs(int (*callback)(const UnixDiskVg&, void*), void* context)
   return walk_names([&](const std::string& name, std::vector<std::string>& names) {
     if (!is_whole_disk(name)) return false;
     UnixDiskVg vg;
-    vg.name = name;
+    vg.name = vg.id = name;
     vg.path = kDevices + name;
-    vg.id = name;
     vg.lv_count = get_disk_partition_total(name, names);
-    return detail::stops(callback, vg, context);
+    return stops(callback, vg, context);
   });
 }
 
 int CUnixDisk::get_pvs(int (*callback)(const UnixDiskPv&, void*), void* context) {
   return walk_names([&](const std::string& name, const std::vector<std::string>& /*names*/) {
-    return is_whole_disk(name) &&
-           detail::stops(callback, UnixDiskPv{name, kDevices + name, name}, context);
+    return is_whole_disk(name) && stops(callback, UnixDiskPv{name, kDevices + name, name}, context);
   });
 }
 
@@ -98,7 +90,7 @@ int CUnixDisk::get_lvs_by_vg(const std::string& vg, int (*callback)(const UnixDi
     if (!is_partition_of(vg, name)) return false;
     const UnixDiskLv lv{name, kDevices + name, vg};
     std::cout << lv.path << std::endl;
-    return detail::stops(callback, lv, context);
+    return stops(callback, lv, context);
   });
 }
 

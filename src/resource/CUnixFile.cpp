@@ -1,25 +1,22 @@
 #include "utility/CUnixFile.h"
 
-#include <fcntl.h>
 #include <mntent.h>
-
-#include <algorithm>
-#include <array>
-#include <cerrno>
-#include <cstdio>
-#include <memory>
-#include <string_view>
 
 #include "base/callback.h"
 #include "base/dir_walk.h"
-#include "base/handles.h"
+#include "base/io.h"
 #include "base/paths.h"
+#include "base/text.h"
 #include "resource/CUnixFile_code.h"
 #include "utility/CConv.h"
 
 namespace utility {
+
+using namespace detail;
+
 namespace {
 
+constexpr unsigned char kFile = '_';
 constexpr unsigned char kDirectory = 'd';
 constexpr unsigned char kAnyType = 'a';
 constexpr int kHasDirectory = 1;
@@ -31,8 +28,8 @@ struct FileType {
   char shown;            // in a permission string
 };
 constexpr FileType kFileTypes[] = {
-    {S_IFREG, '_', '-'}, {S_IFDIR, kDirectory, 'd'}, {S_IFCHR, 'c', 'c'}, {S_IFBLK, 'b', 'b'},
-    {S_IFIFO, 'f', 'f'}, {S_IFLNK, 'l', 'l'},        {S_IFSOCK, 's', 's'}};
+    {S_IFREG, kFile, '-'}, {S_IFDIR, kDirectory, 'd'}, {S_IFCHR, 'c', 'c'}, {S_IFBLK, 'b', 'b'},
+    {S_IFIFO, 'f', 'f'},   {S_IFLNK, 'l', 'l'},        {S_IFSOCK, 's', 's'}};
 
 // Null for a type that has no letter.
 const FileType* type_of(unsigned int mode) {
@@ -41,6 +38,8 @@ const FileType* type_of(unsigned int mode) {
   }
   return nullptr;
 }
+
+constexpr const char* kWithQuota[] = {"ext4", "ext3", "ext2"};
 
 // The permissions of one class: where its bits stand and how its special bit shows.
 struct ModeClass {
@@ -86,9 +85,9 @@ class EntryPath {
 // promise that, a plain rename has to do.
 int rename_without_replacing(const char* from, const char* to) {
   if (::renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) return 0;
-  if (errno == EEXIST) return detail::kExists;
+  if (errno == EEXIST) return kExists;
   const bool unsupported = errno == EINVAL || errno == ENOSYS;
-  return unsupported && std::rename(from, to) == 0 ? 0 : detail::kNotRenamed;
+  return unsupported && std::rename(from, to) == 0 ? 0 : kNotRenamed;
 }
 
 struct MountTableCloser {
@@ -117,35 +116,30 @@ char* CUnixFile::mode_2_string(unsigned int mode, char* buffer, int size) {
 }
 
 int CUnixFile::mod_mode(const std::string& path, const unsigned int& mode) {
-  if (path.empty()) return detail::kEmptyPath;
-  if (!detail::exists(path.c_str())) return detail::kMissing;
-  return ::chmod(path.c_str(), mode) == 0 ? 0 : detail::kModeNotSet;
+  if (path.empty()) return kEmptyPath;
+  if (!exists(path.c_str())) return kMissing;
+  return ::chmod(path.c_str(), mode) == 0 ? 0 : kModeNotSet;
 }
 
 int CUnixFile::rename_item(const std::string& old_path, const std::string& new_path) {
-  if (old_path.empty() || new_path.empty()) return detail::kEmptyPath;
-  if (!detail::exists(old_path.c_str())) return detail::kMissing;
-  if (detail::exists_itself(new_path.c_str())) return detail::kExists;
+  if (old_path.empty() || new_path.empty()) return kEmptyPath;
+  if (!exists(old_path.c_str())) return kMissing;
+  if (exists_itself(new_path.c_str())) return kExists;
   return rename_without_replacing(old_path.c_str(), new_path.c_str());
 }
 
 int CUnixFile::create_item(const std::string& path, unsigned char type, unsigned int mode) {
-  if (path.empty()) return detail::kEmptyPath;
-  if (detail::exists(path.c_str())) return detail::kExists;
-  switch (type) {
-    case '_':
-      // Not truncating: a file that somebody else makes in between keeps its contents.
-      if (!detail::Fd(::open(path.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0))) {
-        return detail::kFileNotCreated;
-      }
-      break;
-    case kDirectory:
-      if (::mkdir(path.c_str(), 0) != 0) return detail::kDirectoryNotCreated;
-      break;
-    default:
-      return detail::kBadType;
+  if (path.empty()) return kEmptyPath;
+  if (exists(path.c_str())) return kExists;
+  if (type == kDirectory) {
+    if (::mkdir(path.c_str(), 0) != 0) return kDirectoryNotCreated;
+  } else if (type == kFile) {
+    // Not truncating: a file that somebody else makes in between keeps its contents.
+    if (!Fd(::open(path.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0))) return kFileNotCreated;
+  } else {
+    return kBadType;
   }
-  return ::chmod(path.c_str(), mode) == 0 ? 0 : detail::kModeNotSet;
+  return ::chmod(path.c_str(), mode) == 0 ? 0 : kModeNotSet;
 }
 
 int CUnixFile::stat_2_fd(const std::string& name, struct stat64& st, UnixFileData& record) {
@@ -153,7 +147,7 @@ int CUnixFile::stat_2_fd(const std::string& name, struct stat64& st, UnixFileDat
   record.size = st.st_size / 1024;
   record.mode = st.st_mode;
   const FileType* type = type_of(st.st_mode);
-  if (type == nullptr) return detail::kUnknownType;
+  if (type == nullptr) return kUnknownType;
   record.type = type->letter;
   record.uid = st.st_uid;
   record.gid = st.st_gid;
@@ -165,7 +159,7 @@ int CUnixFile::stat_2_fd(const std::string& name, struct stat64& st, UnixFileDat
 
 int CUnixFile::has_subitem(const std::string& path) {
   int flags = 0;
-  detail::DirWalk dir(path.c_str());
+  DirWalk dir(path.c_str());
   EntryPath entry(path);
   while (const char* name = dir.next()) {
     struct stat64 st {};
@@ -178,36 +172,35 @@ int CUnixFile::has_subitem(const std::string& path) {
 
 int CUnixFile::get_sub_item(const std::string& path, unsigned char filter,
                             int (*callback)(const UnixFileData&, void*), void* context) {
-  if (path.empty()) return detail::kEmptyPath;
+  if (path.empty()) return kEmptyPath;
   struct stat64 st {};
-  if (::lstat64(path.c_str(), &st) != 0) return detail::kNotExamined;
-  if (!S_ISDIR(st.st_mode)) return detail::kNotDirectory;
-  detail::DirWalk dir(path.c_str());
-  if (!dir) return detail::kNotOpened;
+  if (::lstat64(path.c_str(), &st) != 0) return kNotExamined;
+  if (!S_ISDIR(st.st_mode)) return kNotDirectory;
+  DirWalk dir(path.c_str());
+  if (!dir) return kNotOpened;
 
   EntryPath entry(path);
   while (const char* name = dir.next()) {
-    if (::lstat64(entry.of(name), &st) != 0) return detail::kNotExamined;
+    if (::lstat64(entry.of(name), &st) != 0) return kNotExamined;
     if (filter != kAnyType && !is_one_type(st.st_mode, filter)) continue;
     UnixFileData record;
     if (S_ISDIR(st.st_mode)) record.sub = has_subitem(entry.text());
     const int result = stat_2_fd(name, st, record);
     if (result != 0) return result;
-    if (detail::stops(callback, record, context)) return detail::kStopped;
+    if (stops(callback, record, context)) return kStopped;
   }
   return 0;
 }
 
 int CUnixFile::get_quota_disk(int (*callback)(const std::string&, void*), void* context) {
   const MountTable table(::setmntent("/etc/mtab", "r"));
-  if (!table) return detail::kNoMountTable;
+  if (!table) return kNoMountTable;
   mntent entry{};
   std::array<char, 4096> line;  // what getmntent() has, which is not re-entrant
   while (::getmntent_r(table.get(), &entry, line.data(), static_cast<int>(line.size())) !=
          nullptr) {
-    const std::string_view type = entry.mnt_type;
-    if (type != "ext4" && type != "ext3" && type != "ext2") continue;
-    if (detail::stops<std::string>(callback, entry.mnt_dir, context)) return detail::kStopped;
+    if (!is_one_of(kWithQuota, entry.mnt_type)) continue;
+    if (stops<std::string>(callback, entry.mnt_dir, context)) return kStopped;
   }
   return 0;
 }

@@ -1,25 +1,20 @@
 // The deleting part of CUnixFile.
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstdio>
 #include <memory>
-#include <string>
 #include <vector>
 
 #include "base/dir_walk.h"
+#include "base/io.h"
 #include "base/paths.h"
 #include "resource/CUnixFile_code.h"
 #include "utility/CConv.h"
 #include "utility/CUnixFile.h"
 
 namespace utility {
-namespace {
 
-using detail::DirWalk;
+using namespace detail;
+
+namespace {
 
 // remove(3) below the open directory `dir`.
 bool remove_at(int dir, const char* name) {
@@ -37,20 +32,20 @@ bool is_entry_name(const std::string& name) { return !name.empty() && name != ".
 class TreeDelete {
  public:
   int run(const std::string& path) {
-    if (!descend(AT_FDCWD, detail::without_end_slashes(path))) return detail::kNotOpened;
+    if (!descend(AT_FDCWD, without_end_slashes(path))) return kNotOpened;
     for (;;) {
-      Level& level = levels_.back();
-      const char* entry = level.walk->next();
+      DirWalk& walk = *levels_.back().walk;
+      const char* entry = walk.next();
       if (entry == nullptr) {
-        if (levels_.size() == 1) return detail::kItemDone;
-        if (!ascend()) return detail::kStopped;
+        if (levels_.size() == 1) return kItemDone;
+        if (!ascend()) return kStopped;
         continue;
       }
       struct stat status {};
-      if (::fstatat(level.walk->fd(), entry, &status, AT_SYMLINK_NOFOLLOW) != 0) {
-        return levels_.size() == 1 ? detail::kNotExamined : detail::kStopped;
+      if (::fstatat(walk.fd(), entry, &status, AT_SYMLINK_NOFOLLOW) != 0) {
+        return levels_.size() == 1 ? kNotExamined : kStopped;
       }
-      if (!remove(level, entry, S_ISDIR(status.st_mode))) return detail::kStopped;
+      if (!remove(walk.fd(), entry, S_ISDIR(status.st_mode))) return kStopped;
     }
   }
 
@@ -65,11 +60,10 @@ class TreeDelete {
 
   // Goes by the converted name, as the records have it. A directory is entered, and removed when it
   // is empty.
-  bool remove(const Level& level, const char* entry, bool is_directory) {
+  bool remove(int dir, const char* entry, bool is_directory) {
     const std::string name = CConv::utf8_to_gbk_string(entry);
     if (!is_entry_name(name)) return false;
     struct stat status {};
-    const int dir = level.walk->fd();
     const bool enters = is_directory &&
                         ::fstatat(dir, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
                         S_ISDIR(status.st_mode);
@@ -108,19 +102,17 @@ class TreeDelete {
 }  // namespace
 
 int CUnixFile::delete_item(const std::string& path, bool recursive) {
-  if (path.empty()) return detail::kEmptyPath;
-  if (!detail::exists_itself(path.c_str())) return detail::kMissing;
+  if (path.empty()) return kEmptyPath;
+  if (!exists_itself(path.c_str())) return kMissing;
   if (recursive) {
     struct stat status {};
     // With a slash at its end, a link would show the directory that it leads to.
-    const std::string item = detail::without_end_slashes(path.substr(0, path.find('\0')));
-    if (::lstat(item.c_str(), &status) != 0) return detail::kNotExamined;
-    if (S_ISDIR(status.st_mode)) {
-      const int result = TreeDelete().run(item);
-      if (result != detail::kItemDone) return result;
-    }
+    const std::string item = without_end_slashes(path.substr(0, path.find('\0')));
+    if (::lstat(item.c_str(), &status) != 0) return kNotExamined;
+    const int result = S_ISDIR(status.st_mode) ? TreeDelete().run(item) : kItemDone;
+    if (result != kItemDone) return result;
   }
-  return std::remove(path.c_str()) == 0 ? detail::kItemDone : detail::kNotRemoved;
+  return std::remove(path.c_str()) == 0 ? kItemDone : kNotRemoved;
 }
 
 int CUnixFile::call_back_del(const UnixFileData& record, void* context) {
