@@ -1,17 +1,19 @@
 // The group half of CUnixUser.
 
-#include <cerrno>
 #include <cstdio>
-#include <string_view>
 
 #include "account/CUnixUser_common.h"
-#include "base/database_entry.h"
 #include "base/callback.h"
+#include "base/database_entry.h"
 #include "base/edited_copy.h"
 #include "base/paths.h"
+#include "base/text.h"
 #include "utility/CUnixUser.h"
 
 namespace utility {
+
+using namespace detail;
+
 namespace {
 
 constexpr char kGroupFile[] = "/etc/group";
@@ -33,22 +35,21 @@ void replace_members(std::string_view line, const std::string& name, const std::
 int write_working_copy(const std::string& name, const std::vector<std::string>& members) {
   int found = 0;
   const int status = CUnixUser::is_group_exist(name, found);
-  if (status != detail::kAccountDone) return status;
-  if (found == 0) return detail::kNoSuchGroup;
+  if (status != kAccountDone) return status;
+  if (found == 0) return kNoSuchGroup;
   std::string member_text;
   CUnixUser::get_new_grp_mem_list(members, member_text);
   const auto edit = [&](std::string_view line, std::string& text) {
     replace_members(line, name, member_text, text);
   };
-  const detail::Copied copied = detail::append_edited_copy(kGroupFile, kWorkingCopy, edit);
-  const bool is_read = copied != detail::Copied::kNotOpened && copied != detail::Copied::kNotRead;
-  return is_read ? detail::kAccountDone : detail::kFileNotRead;
+  const Copied copied = append_edited_copy(kGroupFile, kWorkingCopy, edit);
+  return copied < Copied::kNotWritten ? kFileNotRead : kAccountDone;
 }
 
 }  // namespace
 
 void CUnixUser::gr_2_gd(const group& entry, UnixGroupData& record) {
-  record.name = detail::or_empty(entry.gr_name);
+  record.name = or_empty(entry.gr_name);
   record.gid = entry.gr_gid;
   record.members.clear();
   for (char** member = entry.gr_mem; member != nullptr && *member != nullptr; ++member) {
@@ -57,62 +58,62 @@ void CUnixUser::gr_2_gd(const group& entry, UnixGroupData& record) {
 }
 
 int CUnixUser::get_group_data(const std::string& name, UnixGroupData& record) {
-  if (name.empty()) return detail::kNoNameToLookUp;
-  const detail::GroupEntry entry = detail::find_group(name.c_str());
-  if (!entry) return detail::kNoSuchGroup;
+  if (name.empty()) return kNoNameToLookUp;
+  const GroupEntry entry = find_group(name.c_str());
+  if (!entry) return kNoSuchGroup;
   gr_2_gd(*entry, record);
-  return detail::kAccountDone;
+  return kAccountDone;
 }
 
 int CUnixUser::get_all_group_data(int (*callback)(const UnixGroupData&, void*), void* context) {
-  const detail::DatabaseWalk walk(::setgrent, ::endgrent);
+  const DatabaseWalk walk(::setgrent, ::endgrent);
   UnixGroupData record;
   // The end of the database leaves errno alone, an error sets it.
   for (errno = 0; const group* entry = ::getgrent(); errno = 0) {
     gr_2_gd(*entry, record);
-    if (detail::stops(callback, record, context)) return detail::kWalkStopped;
+    if (stops(callback, record, context)) return kWalkStopped;
   }
-  return errno != 0 ? detail::kNoSuchGroup : detail::kAccountDone;
+  return errno != 0 ? kNoSuchGroup : kAccountDone;
 }
 
 std::string CUnixUser::getgrpnamebyid(unsigned int gid) {
-  const detail::GroupEntry entry = detail::find_group_by_id(gid);
+  const GroupEntry entry = find_group_by_id(gid);
   return entry ? entry->gr_name : std::to_string(gid);
 }
 
 int CUnixUser::is_group_exist(const std::string& name, int& found) {
-  return detail::find_account_line(kGroupFile, name, found);
+  return find_account_line(kGroupFile, name, found);
 }
 
 int CUnixUser::create_group(const std::string& name) {
-  if (name.empty()) return detail::kNoNameToChange;
+  if (name.empty()) return kNoNameToChange;
   int found = 0;
-  if (const int status = is_group_exist(name, found); status != detail::kAccountDone) return status;
-  if (found != 0) return detail::kGroupExists;
-  return detail::run_tool("/usr/sbin/groupadd " + name);
+  if (const int status = is_group_exist(name, found); status != kAccountDone) return status;
+  if (found != 0) return kGroupExists;
+  return run_tool("/usr/sbin/groupadd " + name);
 }
 
 int CUnixUser::delete_group(const std::string& name) {
-  if (name.empty()) return detail::kNoNameToChange;
-  if (detail::find_user(name.c_str())) {
+  if (name.empty()) return kNoNameToChange;
+  if (find_user(name.c_str())) {
     std::puts("have same of username");
-    return detail::kUserOfSameName;
+    return kUserOfSameName;
   }
-  if (!detail::find_group(name.c_str())) return detail::kNoSuchGroup;
-  return detail::run_removal("/usr/sbin/groupdel", name);
+  if (!find_group(name.c_str())) return kNoSuchGroup;
+  return run_removal("/usr/sbin/groupdel", name);
 }
 
 int CUnixUser::mod_grp_data(const UnixGroupData& record) {
-  if (record.name.empty()) return detail::kNoNameToChange;
-  const detail::GroupEntry current = detail::find_group(record.name.c_str());
-  if (!current) return detail::kNoSuchGroup;
+  if (record.name.empty()) return kNoNameToChange;
+  const GroupEntry current = find_group(record.name.c_str());
+  if (!current) return kNoSuchGroup;
   std::string command = "/usr/sbin/groupmod";
   if (record.gid != current->gr_gid) {
-    if (detail::find_group_by_id(record.gid)) return detail::kGidTaken;
+    if (find_group_by_id(record.gid)) return kGidTaken;
     command += " -g " + std::to_string(record.gid);
   }
-  const int status = detail::run_tool(command + " " + record.name);
-  if (status != detail::kAccountDone) return status;
+  const int status = run_tool(command + " " + record.name);
+  if (status != kAccountDone) return status;
   return mod_group_member(record.name, record.members);
 }
 
@@ -127,11 +128,7 @@ int CUnixUser::mod_group_member(const std::string& name, const std::vector<std::
 
 void CUnixUser::get_new_grp_mem_list(const std::vector<std::string>& members, std::string& text) {
   if (members.empty()) text.clear();
-  const char* separator = "";
-  for (const std::string& member : members) {
-    text.append(separator).append(member);
-    separator = ",";
-  }
+  text += joined(members, ",");
 }
 
 }  // namespace utility

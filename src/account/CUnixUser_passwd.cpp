@@ -1,12 +1,7 @@
 // CUnixUser::mod_passwd, which feeds a child process of its own.
 
-#include <fcntl.h>
 #include <signal.h>
 #include <string.h>
-#include <unistd.h>
-
-#include <ctime>
-#include <memory>
 
 #include "account/CUnixUser_common.h"
 #include "base/database_entry.h"
@@ -14,6 +9,9 @@
 #include "utility/CUnixUser.h"
 
 namespace utility {
+
+using namespace detail;
+
 namespace {
 
 struct Wiper {
@@ -61,7 +59,7 @@ class SigpipeGuard {
   ~SigpipeGuard() {
     // Takes back what the write raised; a signal that waited before is the caller's.
     const timespec now{};
-    if (!was_pending_) detail::retry([&] { return ::sigtimedwait(&sigpipe_, nullptr, &now); });
+    if (!was_pending_) retry([&] { return ::sigtimedwait(&sigpipe_, nullptr, &now); });
     ::pthread_sigmask(SIG_SETMASK, &previous_, nullptr);
   }
 
@@ -74,26 +72,26 @@ class SigpipeGuard {
 }  // namespace
 
 int CUnixUser::mod_passwd(const std::string& name, const std::string& password) {
-  if (name.empty()) return detail::kNoNameToChange;
-  if (!detail::find_user(name.c_str())) return detail::kNoUserForPassword;
+  if (name.empty()) return kNoNameToChange;
+  if (!find_user(name.c_str())) return kNoUserForPassword;
   const Secret line = password_line(name, password);
 
   int ends[2];
-  if (::pipe2(ends, O_CLOEXEC) != 0) return detail::kChildFailed;
-  detail::Fd read_end(ends[0]);
-  detail::Fd write_end(ends[1]);
+  if (::pipe2(ends, O_CLOEXEC) != 0) return kChildFailed;
+  Fd read_end(ends[0]);
+  Fd write_end(ends[1]);
   const pid_t child = ::fork();
-  if (child < 0) return detail::kChildFailed;
+  if (child < 0) return kChildFailed;
   if (child == 0) become_chpasswd(read_end.get());
 
   read_end.reset();
   {
     const SigpipeGuard guard;
     // To the end, since half a password must not be set; a reader that goes away is no failure.
-    detail::write_all(write_end.get(), *line);
+    write_all(write_end.get(), *line);
   }
   write_end.reset();
-  return detail::wait_for(child) ? detail::kAccountDone : detail::kChildFailed;
+  return wait_for(child) ? kAccountDone : kChildFailed;
 }
 
 }  // namespace utility

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <iterator>
+#include <string>
 #include <string_view>
 
 // Small questions about texts that several families ask.
@@ -27,6 +28,18 @@ inline bool ends_with(std::string_view text, std::string_view suffix) noexcept {
 
 inline bool contains(std::string_view text, std::string_view part) noexcept {
   return text.find(part) != std::string_view::npos;
+}
+
+/// `texts`, one after the other with `separator` between them.
+template <class List>
+std::string joined(const List& texts, const char* separator) {
+  std::string all;
+  const char* before = "";
+  for (const auto& text : texts) {
+    all.append(before).append(text);
+    before = separator;
+  }
+  return all;
 }
 
 /// True when `list`, an array of texts, has exactly `text`.

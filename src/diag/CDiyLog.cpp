@@ -5,17 +5,16 @@
 #include <ext/stdio_filebuf.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdarg>
-#include <cstdio>
 #include <cstring>
-#include <new>
-#include <utility>
 
 #include "base/handles.h"
 #include "base/local_time.h"
 
 namespace utility {
+
+using namespace detail;
+
 namespace {
 
 // Messages are formatted into buffers of a multiple of this, with room for one byte less.
@@ -54,7 +53,7 @@ bool CDiyLog::init(std::string path, unsigned long flags) {
 // Opens the file as the stream itself would, but closed in programs that the agent starts: a daemon
 // restarted from here would hold a deleted log's disk space for as long as it runs.
 void CDiyLog::open_file(int mode) {
-  detail::Fd file(::open(m_path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | mode, 0666));
+  Fd file(::open(m_path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | mode, 0666));
   if (file) {
     const int fd = file.release();  // the buffer's now, if it can use it
     try {
@@ -83,7 +82,7 @@ void CDiyLog::write_log(const char* format, ...) {
   char small[kPrefixRoom + kBlock];
   char* message = small + kPrefixRoom;
   std::memset(message, 0, kBlock);  // a failing conversion promises no closing NUL
-  detail::Buffer large;
+  Buffer large;
 
   std::va_list arguments;
   std::va_list again;
@@ -95,8 +94,7 @@ void CDiyLog::write_log(const char* format, ...) {
 
   // A length of one block less one has lost its last character already, and stays so.
   const std::size_t blocks = static_cast<std::size_t>(std::max(length, 0)) / kBlock + 1;
-  if (blocks > 1 && blocks <= kMaxBlocks)
-    large = detail::make_buffer(kPrefixRoom + blocks * kBlock);
+  if (blocks > 1 && blocks <= kMaxBlocks) large = make_buffer(kPrefixRoom + blocks * kBlock);
   if (large != nullptr) {
     message = large.get() + kPrefixRoom;
     errno = call_errno;
@@ -127,7 +125,7 @@ void CDiyLog::put_line(std::time_t now, char* message, std::size_t length) {
 void CDiyLog::refresh_prefix(std::time_t now) {
   static_assert(sizeof m_prefix <= kPrefixRoom);
   std::tm at{};
-  detail::local_time(now, at);
+  local_time(now, at);
 
   int size = 0;
   if (m_pid != 0) size = std::snprintf(m_prefix, sizeof m_prefix, "[%d,%d] ", m_pid, 0);

@@ -1,15 +1,15 @@
 #include "utility/CDump.h"
 
-#include <algorithm>
 #include <cctype>
-#include <cstddef>
 #include <cstdint>
-#include <cstring>
-#include <string_view>
 
 #include "base/handles.h"
+#include "base/text.h"
 
 namespace utility {
+
+using namespace detail;
+
 namespace {
 
 enum Result { kDone = 0, kNullArgument = 1, kNoMemory = 2 };
@@ -20,8 +20,8 @@ class Line {
  public:
   explicit Line(std::size_t width) noexcept : width_(width) {
     if (width > (PTRDIFF_MAX - 1) / 3) return;
-    hex_ = detail::make_buffer(3 * width + 1);
-    text_ = detail::make_buffer(2 * width + 1);
+    hex_ = make_buffer(3 * width + 1);
+    text_ = make_buffer(2 * width + 1);
   }
 
   bool ready() const noexcept { return hex_ != nullptr && text_ != nullptr; }
@@ -50,8 +50,8 @@ class Line {
  private:
   std::size_t width_;
   std::size_t text_size_ = 0;
-  detail::Buffer hex_;
-  detail::Buffer text_;
+  Buffer hex_;
+  Buffer text_;
 };
 
 // Hands the lines of a dump to `put` one by one, until it answers false.

@@ -1,7 +1,6 @@
 #include "utility/CEvent.h"
 
 #include <cerrno>
-#include <ctime>
 #include <memory>
 #include <new>
 

@@ -1,24 +1,18 @@
 #include "utility/CTime.h"
 
-#include <cstddef>
-#include <ctime>
-
 #include "base/local_time.h"
 
 namespace utility {
+
+using namespace detail;
+
 namespace {
 
 enum Zone { kLocal = 0, kUtc = 1 };
 
 bool break_down(std::time_t t, int zone, std::tm& parts) noexcept {
-  switch (zone) {
-    case kLocal:
-      return detail::local_time(t, parts);
-    case kUtc:
-      return ::gmtime_r(&t, &parts) != nullptr;
-    default:
-      return false;
-  }
+  if (zone == kLocal) return local_time(t, parts);
+  return zone == kUtc && ::gmtime_r(&t, &parts) != nullptr;
 }
 
 char* write_time(long t, int zone, const char* format, char* out, int size) noexcept {

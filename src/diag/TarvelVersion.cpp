@@ -1,7 +1,6 @@
 #include "utility/TarvelVersion.h"
 
 #include <algorithm>
-#include <cstddef>
 #include <cstdlib>
 
 #include "utility/CStr.h"

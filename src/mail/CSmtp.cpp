@@ -3,7 +3,7 @@
 #include <cstring>
 #include <ctime>
 
-#include "base/handles.h"
+#include "base/text.h"
 #include "mail/CSmtp_dialogue.h"
 #include "utility/CSmtp.h"
 #include "utility/CTime.h"
@@ -21,16 +21,6 @@ constexpr char kSenderAccepted = 4;
 bool is_complete(const CSmtp::send_mail_t& mail) {
   return !mail.server.empty() && !mail.from.empty() && !mail.to.empty() && mail.body != nullptr &&
          mail.body_len >= 1;
-}
-
-std::string joined(const std::vector<std::string>& addresses) {
-  std::string text;
-  const char* separator = "";
-  for (const std::string& address : addresses) {
-    text.append(separator).append(address);
-    separator = ", ";
-  }
-  return text;
 }
 
 // Greeting, EHLO and, where asked for, authentication.
@@ -79,13 +69,10 @@ int run_session(const std::string& server, short port, const Dialog& dialog) {
 int CSmtp::formatheader(send_mail_t& mail, std::string& header) {
   const Buffer date = make_buffer(kDateRoom);
   if (!date) return kNoMemory;
-  if (CTime::get_local_time_all(std::time(nullptr), date.get(), kDateRoom) == nullptr) {
-    date[0] = '\0';
-  }
-  header = "Date: " + std::string(date.get()) + "\r\n";
-  header += "From: " + mail.from + "\r\n";
-  header += "To: " + joined(mail.to) + "\r\n";
-  if (!mail.cc.empty()) header += "Cc: " + joined(mail.cc) + "\r\n";
+  const char* text = CTime::get_local_time_all(std::time(nullptr), date.get(), kDateRoom);
+  header = std::string("Date: ") + (text != nullptr ? text : "") + "\r\n";
+  header += "From: " + mail.from + "\r\nTo: " + joined(mail.to, ", ") + "\r\n";
+  if (!mail.cc.empty()) header += "Cc: " + joined(mail.cc, ", ") + "\r\n";
   header += "Subject: " + mail.subject + "\r\n\r\n";
   return kSuccess;
 }

@@ -1,10 +1,5 @@
 // The authentication methods of CSmtp.
 
-#include <cstring>
-#include <string_view>
-#include <vector>
-
-#include "base/io.h"
 #include "base/text.h"
 #include "mail/CSmtp_dialogue.h"
 #include "utility/Base64.h"

@@ -1,17 +1,10 @@
 // Connecting, waiting and reading: the part of CSmtp that knows sockets.
 
-#include <fcntl.h>
 #include <netdb.h>
-#include <netinet/in.h>
 #include <poll.h>
-#include <sys/socket.h>
-
-#include <algorithm>
-#include <cerrno>
-#include <cstring>
 
 #include "base/database_entry.h"
-#include "base/io.h"
+#include "base/text.h"
 #include "mail/CSmtp_dialogue.h"
 #include "utility/CSmtp.h"
 
@@ -84,6 +77,21 @@ bool detail::send_all(int sock, std::string_view bytes) noexcept {
     }
   }
   return true;
+}
+
+int detail::Dialogue::read_greeting() {
+  const int readable = CSmtp::IsReadable(sock_, 3);
+  if (readable != kSuccess) return readable;
+  const ssize_t count = retry([this] { return ::recv(sock_, buffer_.get(), kRoom, MSG_DONTWAIT); });
+  return count < 0 ? kNotReceived : kSuccess;
+}
+
+int detail::Dialogue::say(const std::string& command, const Wanted& wanted, int reply_mode) {
+  const auto length = static_cast<int>(command.copy(buffer_.get(), kRoom - 1));
+  int room = kRoom;
+  const int result = CSmtp::sendcmd(sock_, buffer_.get(), length, reply_mode, reply(), room);
+  if (result != kSuccess) return result;
+  return begins_with(reply(), wanted.code) ? kSuccess : wanted.refusal;
 }
 
 std::mutex CSmtp::m_mutex;

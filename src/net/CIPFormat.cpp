@@ -42,60 +42,42 @@ class Groups {
  public:
   explicit Groups(int wanted) noexcept : wanted_(wanted) {}
 
-  bool add_group(std::uint16_t group) noexcept {
-    if (count_ >= wanted_) return false;
-    groups_[count_++] = group;
-    return true;
-  }
-
-  bool add_dotted(unsigned int value) noexcept {
-    return count_ <= wanted_ - 2 && add_group(static_cast<std::uint16_t>(value >> 16)) &&
-           add_group(static_cast<std::uint16_t>(value));
-  }
-
-  // Notes a "::"; a text may hold one.
-  bool mark_zeros() noexcept {
-    if (zeros_at_ >= 0) return false;
-    zeros_at_ = count_;
-    return true;
+  // Takes one field that is not an empty one at either end.
+  bool take(CIPFormat& format, const char* field) {
+    const int type = format.ipv6_address_field_type_get(field);
+    if (type == kHexGroup) return add(hex_value(field));
+    if (type == kDotted) {
+      const unsigned int value = format.ipv4_str_to_uint(field);
+      return count_ <= wanted_ - 2 && add(value >> 16) && add(value);
+    }
+    // A "::"; a text may hold one.
+    return type == kEmpty && std::exchange(zeros_at_, count_) < 0;
   }
 
   // Fills up with zeros where the "::" stood; false when groups are missing and there was none.
   bool complete() noexcept {
     if (count_ == wanted_) return true;
     if (zeros_at_ < 0) return false;
-    const int moved = count_ - zeros_at_;
-    for (int i = 1; i <= moved; ++i) groups_[wanted_ - i] = groups_[count_ - i];
-    for (int i = zeros_at_; i < wanted_ - moved; ++i) groups_[i] = 0;
+    std::rotate(groups_ + zeros_at_, groups_ + count_, groups_ + wanted_);
     return true;
   }
 
   void pack(unsigned int* words) const noexcept {
-    for (const std::uint16_t* group = groups_; group != groups_ + kGroups; group += 2) {
-      *words++ = unsigned{group[0]} << 16 | group[1];
-    }
+    for (int i = 0; i < kGroups; i += 2) *words++ = unsigned{groups_[i]} << 16 | groups_[i + 1];
   }
 
  private:
+  bool add(unsigned int group) noexcept {
+    if (count_ >= wanted_) return false;
+    groups_[count_++] = static_cast<std::uint16_t>(group);
+    return true;
+  }
+
   int wanted_;
   int count_ = 0;
   int zeros_at_ = -1;
   std::uint16_t groups_[kGroups] = {};
 };
-
-// Takes one field that is not an empty one at either end.
-bool take_field(CIPFormat& format, const char* field, Groups& groups) {
-  switch (format.ipv6_address_field_type_get(field)) {
-    case kEmpty:
-      return groups.mark_zeros();
-    case kHexGroup:
-      return groups.add_group(static_cast<std::uint16_t>(hex_value(field)));
-    case kDotted:
-      return groups.add_dotted(format.ipv4_str_to_uint(field));
-    default:
-      return false;
-  }
-}
 
 // A run of zero groups; it begins at -1 while there is none.
 struct ZeroRun {
@@ -198,7 +180,7 @@ int CIPFormat::ipv6_to_i(const char* text, int bits, unsigned int* words) {
     char* colon = std::strchr(field, ':');
     if (colon != nullptr) *colon = '\0';
     const bool skipped = *field == '\0' && (field == copy || colon == nullptr);
-    if (!skipped && !take_field(*this, field, groups)) return 0;
+    if (!skipped && !groups.take(*this, field)) return 0;
     field = colon != nullptr ? colon + 1 : nullptr;
   }
   if (!groups.complete()) return 0;
@@ -295,10 +277,13 @@ std::string CIPFormat::ipv6_to_ipv4(const std::string& text) {
   if (!contains(lower, "0000:0000:0000:0000:0000:ffff:") && !contains(lower, "::ffff:")) return {};
   const std::string tail = lower.substr(lower.find("ffff:") + sizeof "ffff:" - 1);
   unsigned int parts[4] = {};
-  // Two digits cannot overflow, and parts that are not read stay 0.
+  // Two characters cannot overflow, and parts that are not read stay 0.
   // NOLINTNEXTLINE(cert-err34-c)
   std::sscanf(tail.c_str(), "%2X%2X:%2X%2X", &parts[0], &parts[1], &parts[2], &parts[3]);
-  return ipv4_uint_to_str(parts[0] << 24 | parts[1] << 16 | parts[2] << 8 | parts[3]);
+  char buffer[64] = {};
+  std::snprintf(buffer, sizeof buffer, "%d.%d.%d.%d", static_cast<int>(parts[0]),
+                static_cast<int>(parts[1]), static_cast<int>(parts[2]), static_cast<int>(parts[3]));
+  return buffer;
 }
 
 int CIPFormat::format_ip_address(const char* text, std::string& out) {

@@ -1,13 +1,5 @@
 #include "utility/CUnixServ.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <iterator>
-#include <string_view>
-#include <utility>
-
 #include "base/callback.h"
 #include "base/dir_walk.h"
 #include "base/io.h"
@@ -15,6 +7,9 @@
 #include "service/service_command.h"
 
 namespace utility {
+
+using namespace detail;
+
 namespace {
 
 enum Code : int {
@@ -48,13 +43,13 @@ constexpr const char* kHelpers[] = {"functions", "halt", "killall", "single", "l
 std::string script_path(const std::string& name) { return std::string(kScripts) + "/" + name; }
 
 bool is_service(const std::string& name) {
-  return !detail::is_one_of(kHelpers, name) && !detail::contains(name, "boot") &&
+  return !is_one_of(kHelpers, name) && !contains(name, "boot") &&
          !CUnixServ::is_ignored_file(name) && ::access(script_path(name).c_str(), X_OK) == 0;
 }
 
 int change_service(const std::string& name, const char* verb) {
   if (name.empty()) return kNoName;
-  return detail::run_service(name, verb) ? kDone : kCommandFailed;
+  return run_service(name, verb) ? kDone : kCommandFailed;
 }
 
 }  // namespace
@@ -62,7 +57,7 @@ int change_service(const std::string& name, const char* verb) {
 int CUnixServ::getstatus(const std::string& text, std::string& status) {
   const auto* const found =
       std::find_if(std::begin(kPhrases), std::end(kPhrases),
-                   [&](const StatusPhrase& entry) { return detail::contains(text, entry.phrase); });
+                   [&](const StatusPhrase& entry) { return contains(text, entry.phrase); });
   status = found == std::end(kPhrases) ? "-" : found->status;
   return kDone;
 }
@@ -71,7 +66,7 @@ int CUnixServ::get_serv_data(const std::string& name, UnixServData& data) {
   if (name.empty()) return kNoName;
   const std::string command = "service " + name + " status 2>/dev/null";
   std::string output;
-  if (!detail::read_command(command.c_str(), output)) return kNotStarted;
+  if (!read_command(command.c_str(), output)) return kNotStarted;
   data.status_text = std::move(output);
   getstatus(data.status_text, data.status);
   data.name = name;
@@ -82,18 +77,17 @@ bool CUnixServ::is_ignored_file(const std::string& name) {
   struct stat status {};
   if (::stat(script_path(name).c_str(), &status) == 0 && S_ISDIR(status.st_mode)) return true;
   const std::size_t dot = name.rfind('.');
-  return dot != std::string::npos &&
-         detail::is_one_of(kLeftovers, std::string_view(name).substr(dot + 1));
+  return dot != std::string::npos && is_one_of(kLeftovers, std::string_view(name).substr(dot + 1));
 }
 
 int CUnixServ::get_all_serv_data(int (*callback)(const UnixServData& data, void* context),
                                  void* context) {
-  detail::DirWalk scripts(kScripts);
+  DirWalk scripts(kScripts);
   if (!scripts) return kNotListed;
   while (const char* name = scripts.next()) {
     UnixServData data;
     if (!is_service(name) || get_serv_data(name, data) != kDone) continue;
-    if (detail::stops(callback, data, context)) return kStopped;
+    if (stops(callback, data, context)) return kStopped;
   }
   return kDone;
 }

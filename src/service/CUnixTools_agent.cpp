@@ -1,7 +1,6 @@
 // The part of CUnixTools that knows the agent's own installation.
 
 #include <mutex>
-#include <string_view>
 
 #include "base/io.h"
 #include "base/paths.h"
@@ -10,12 +9,15 @@
 #include "utility/CUnixTools.h"
 
 namespace utility {
+
+using namespace detail;
+
 namespace {
 
 std::string read_installation_directory() {
-  const detail::Fd file = detail::open_to_read("/var/log/version_control");
+  const Fd file = open_to_read("/var/log/version_control");
   if (!file) return "/usr/local/tarvel_agent";
-  detail::Lines<1024> lines(file.get());
+  Lines<1024> lines(file.get());
   if (!lines.next()) return {};
   std::string directory(lines.line());
   if (!directory.empty() && directory.back() == '\n') directory.pop_back();
@@ -24,7 +26,7 @@ std::string read_installation_directory() {
 
 }  // namespace
 
-bool CUnixTools::program_is_tarvel() { return detail::exists("/etc/init.d/tarvel"); }
+bool CUnixTools::program_is_tarvel() { return exists("/etc/init.d/tarvel"); }
 
 std::string CUnixTools::get_tarvel_path() {
   static std::mutex s_lock;
@@ -37,25 +39,20 @@ std::string CUnixTools::get_tarvel_path() {
 void CUnixTools::get_oem_and_issue(int& edition, int& distribution) {
   constexpr const char* kFamilies[] = {"/centos", "/ubuntu", "/suse", "/debian"};
   const std::string directory = get_tarvel_path();
-  edition = detail::contains(directory, "pxqnt") ? 2 : detail::contains(directory, "vek") ? 1 : 0;
-
-  int code = 0;
-  for (const char* family : kFamilies) {
-    if (detail::exists((directory + family).c_str())) {
-      distribution = code;
-      return;
-    }
-    ++code;
-  }
+  edition = contains(directory, "pxqnt") ? 2 : contains(directory, "vek") ? 1 : 0;
+  const auto* const found =
+      std::find_if(std::begin(kFamilies), std::end(kFamilies),
+                   [&](const char* family) { return exists((directory + family).c_str()); });
+  if (found != std::end(kFamilies)) distribution = static_cast<int>(found - kFamilies);
 }
 
 std::string CUnixTools::get_agent_names(const char* name) {
-  const std::string_view key = detail::or_empty(name);
-  const detail::Fd file = detail::open_to_read((get_tarvel_path() + "/command_control").c_str());
+  const std::string_view key = or_empty(name);
+  const Fd file = open_to_read((get_tarvel_path() + "/command_control").c_str());
   if (!file) return {};
-  detail::Lines<128> lines(file.get());
+  Lines<128> lines(file.get());
   while (lines.next()) {
-    if (!detail::begins_with(lines.line(), key)) continue;
+    if (!begins_with(lines.line(), key)) continue;
     std::string value = std::string(lines.line()).substr(key.size() + 1);
     CStr::trim(value);
     return value;

@@ -1,17 +1,16 @@
 // The firewall part of CUnixTools.
 
-#include <fcntl.h>
-
 #include <cstdio>
-#include <string_view>
 
 #include "base/edited_copy.h"
-#include "base/io.h"
 #include "base/paths.h"
 #include "base/text.h"
 #include "utility/CUnixTools.h"
 
 namespace utility {
+
+using namespace detail;
+
 namespace {
 
 // What opening and closing a port do differently.
@@ -33,26 +32,23 @@ constexpr RuleFile kSystemRules{"/etc/sysconfig/iptables", "iptables"};
 void run(const std::string& command) { CUnixTools::exec_cmd(command.c_str()); }
 
 void change_centos(const std::string& port, const PortChange& change) {
-  if (detail::exists("/bin/firewall-cmd")) {
+  if (exists("/bin/firewall-cmd")) {
     run("firewall-cmd " + std::string(change.firewalld_option) + port +
         "/tcp --permanent >/dev/null");
     run("firewall-cmd --reload >/dev/null");
     return;
   }
-  const RuleFile& rules = detail::exists(kPanelRules.path) ? kPanelRules : kSystemRules;
-  if (detail::exists(rules.path)) {
+  const RuleFile& rules = exists(kPanelRules.path) ? kPanelRules : kSystemRules;
+  if (exists(rules.path)) {
     change.edit(rules.path, "-A INPUT -p tcp -m tcp --dport " + port + " -j ACCEPT\n");
   }
   run("/etc/init.d/" + std::string(rules.service) + " restart 2&> /dev/null");
 }
 
-void change_ubuntu(const std::string& port, const PortChange& change) {
-  run("sudo ufw " + std::string(change.ufw_command) + port + " > /dev/null");
-}
-
 int change_port(const std::string& distribution, int port, const PortChange& change) {
-  if (distribution == "centos") change_centos(std::to_string(port), change);
-  if (distribution == "ubuntu") change_ubuntu(std::to_string(port), change);
+  const std::string number = std::to_string(port);
+  if (distribution == "centos") change_centos(number, change);
+  if (distribution == "ubuntu") run("sudo ufw " + (change.ufw_command + number) + " > /dev/null");
   return 0;
 }
 
@@ -71,13 +67,13 @@ void CUnixTools::appand_rule(const std::string& file, const std::string& rule) {
   bool inserted = false;
   const auto insert = [&](std::string_view line, std::string& text) {
     text.append(line);
-    if (inserted || !detail::begins_with(line, ":INPUT")) return;
+    if (inserted || !begins_with(line, ":INPUT")) return;
     text.append(rule);
     inserted = true;
   };
-  const detail::Copied copied = detail::append_edited_copy(file.c_str(), work_file.c_str(), insert);
-  if (copied == detail::Copied::kNotOpened) return;
-  if (copied != detail::Copied::kWhole) {
+  const Copied copied = append_edited_copy(file.c_str(), work_file.c_str(), insert);
+  if (copied == Copied::kNotOpened) return;
+  if (copied != Copied::kWhole) {
     // Half a copy must neither replace the rules nor precede the next one.
     rm_file(work_file.c_str());
   } else if (std::rename(work_file.c_str(), file.c_str()) != 0) {
@@ -88,12 +84,12 @@ void CUnixTools::appand_rule(const std::string& file, const std::string& rule) {
 
 void CUnixTools::delete_rule(const std::string& file, const std::string& rule) {
   std::string text;
-  if (!detail::read_all(detail::open_to_read(file.c_str()).get(), text)) return;
+  if (!read_all(open_to_read(file.c_str()).get(), text)) return;
   const std::size_t at = text.find(rule);
   if (at == std::string::npos || rule.empty()) return;
   text.erase(at, rule.size());
-  const detail::Fd out(::open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
-  if (out) detail::write_all(out.get(), text);
+  const Fd out(::open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+  if (out) write_all(out.get(), text);
 }
 
 }  // namespace utility
