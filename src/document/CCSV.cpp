@@ -1,16 +1,14 @@
 #include "utility/CCSV.h"
 
 #include <cstring>
-#include <utility>
 
-#include "base/handles.h"
 #include "document/CsvScanner.h"
 
 namespace utility {
-namespace {
 
-using detail::CsvFields;
-using detail::CsvScanner;
+using namespace detail;
+
+namespace {
 
 // GBK for "the position set exceeds the number of records; not set; the current position is kept:".
 constexpr char kPositionRefused[] =
@@ -23,7 +21,7 @@ constexpr char kPositionRefused[] =
 bool open_scanned(const char* path, const char* mode, FILE*& stream,
                   std::unique_ptr<CsvScanner>& scanner) {
   if (path == nullptr) return false;
-  detail::File file = detail::open_file(path, mode);
+  File file = open_file(path, mode);
   scanner = CsvScanner::over(file.get());
   if (scanner == nullptr) return false;
   stream = file.release();
@@ -79,7 +77,7 @@ void CCSV::Close() {
   m_cur = 0;
   m_scanner.reset();
   // A stream is gone after fclose even where that reports a failure, so it is never kept.
-  const detail::File closing(std::exchange(m_fp, nullptr));
+  const File closing(std::exchange(m_fp, nullptr));
 }
 
 int CCSV::GetRecordCount() const { return m_records; }

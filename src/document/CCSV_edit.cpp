@@ -1,6 +1,3 @@
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <climits>
 #include <cstring>
@@ -10,13 +7,10 @@
 #include "utility/CCSV.h"
 
 namespace utility {
-namespace {
 
-using detail::Buffer;
-using detail::CsvQuotes;
-using detail::CsvScanner;
-using detail::Fd;
-using detail::write_all_at;
+using namespace detail;
+
+namespace {
 
 // GBK for "failed to create the temporary file!" and "creating the temporary file did not
 // succeed!".
@@ -98,33 +92,32 @@ std::string join_record(char** fields, int count) {
 
 /// Writes the neatened form of the whole file; false when reading or writing failed.
 bool write_neat(CsvScanner& scanner, int fd) {
-  CsvQuotes quotes;
+  constexpr std::size_t kWritten = 65536;  // at a time
+  std::string neat;
   off_t written = 0;
   off_t complete = 0;
-  off_t offset = 0;
-  std::string neat;
-  for (auto bytes = scanner.block(0); !bytes.empty(); bytes = scanner.block(offset)) {
-    neat.clear();
-    std::size_t from = 0;
-    for (std::size_t at = 0; at < bytes.size(); at += CsvQuotes::kWindow) {
-      const std::size_t count = std::min(bytes.size() - at, CsvQuotes::kWindow);
-      auto marks = quotes.look<' ', '\n'>(bytes.data() + at, count).outside;
-      for (; marks != 0; marks &= marks - 1) {
-        const std::size_t mark = at + static_cast<std::size_t>(__builtin_ctzll(marks));
-        neat.append(bytes, from, mark - from);
-        from = mark + 1;
-        if (bytes[mark] == ' ') continue;
-        neat += "\r\n";
-        complete = written + static_cast<off_t>(neat.size());
-      }
-    }
-    neat.append(bytes, from);
-    if (!write_all_at(fd, neat, written)) return false;
+  const auto write = [&] {
+    const bool done = write_all_at(fd, neat, written);
     written += static_cast<off_t>(neat.size());
-    offset += static_cast<off_t>(bytes.size());
-  }
+    neat.clear();
+    return done;
+  };
+  const bool failed =
+      scanner.walk<' ', '\n'>(0, [&](std::string_view text, off_t, const auto& window) {
+        std::size_t from = 0;
+        CsvQuotes::for_each(window.outside, [&](std::size_t place) {
+          neat.append(text, from, place - from);
+          from = place + 1;
+          if (text[place] == ' ') return true;
+          neat += "\r\n";
+          complete = written + static_cast<off_t>(neat.size());
+          return true;
+        });
+        neat.append(text, from);
+        return neat.size() < kWritten || write();
+      });
   // What follows the last record's end is no record.
-  return !scanner.failed() && ::ftruncate(fd, complete) == 0;
+  return !failed && write() && !scanner.failed() && ::ftruncate(fd, complete) == 0;
 }
 
 /// The insertion of a line into a file: what follows its place is saved in another file first.
@@ -170,7 +163,7 @@ bool CCSV::WriteRecord(const char** fields, int count) {
   off_t at = 0;
   if (m_scanner == nullptr || fields == nullptr || count <= 0) return false;
   if (!m_scanner->locate(m_cur, m_records, at)) return false;
-  const Buffer block = detail::make_buffer(static_cast<std::size_t>(m_block));
+  const Buffer block = make_buffer(static_cast<std::size_t>(m_block));
   if (block == nullptr) return false;
   Fd temporary = make_temporary(m_temp_name);
   if (!temporary) {
@@ -208,7 +201,7 @@ bool CCSV::DelRecord() {
   const off_t end = m_scanner->record_end(m_cur, begin);
   if (end == begin) return true;
   const off_t block = std::min(end - begin, kMaxBlanked);
-  const Buffer blanks = detail::make_buffer(static_cast<std::size_t>(block));
+  const Buffer blanks = make_buffer(static_cast<std::size_t>(block));
   if (blanks == nullptr || m_scanner->failed()) return false;
   std::memset(blanks.get(), ' ', static_cast<std::size_t>(block));
   for (off_t at = begin; at < end; at += block) {
@@ -225,11 +218,11 @@ bool CCSV::DelRecord() {
 
 bool CCSV::NeatenFile(const char* path) {
   if (path == nullptr) return false;
-  detail::File own;
+  File own;
   std::unique_ptr<CsvScanner> own_scanner;
   CsvScanner* source = m_scanner.get();
   if (source == nullptr) {
-    own = detail::open_file(path, "rb+e");
+    own = open_file(path, "rb+e");
     own_scanner = CsvScanner::over(own.get());
     source = own_scanner.get();
   }
@@ -241,7 +234,7 @@ bool CCSV::NeatenFile(const char* path) {
   }
   // What is replaced need not be the file that was read.
   const Fd replaced(::open(path, O_PATH | O_CLOEXEC));
-  detail::take_over_rights(replaced.get(), temporary.get());
+  take_over_rights(replaced.get(), temporary.get());
   // On the disk before it takes the file's place: a crash must not leave an empty file there.
   const bool written = write_neat(*source, temporary.get()) && ::fsync(temporary.get()) == 0 &&
                        ::close(temporary.release()) == 0;

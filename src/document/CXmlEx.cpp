@@ -78,15 +78,13 @@ bool run(Work work) {
   }
 }
 
-/// Changes the node at `xpath` and saves.
-template <typename Change>
-bool write_node(const std::string& file, const std::string& xpath, Change change) {
+/// Lets `act(session, node)` work on the node at `xpath`.
+template <typename Act>
+bool with_node(const std::string& file, const std::string& xpath, Act act) {
   return run([&](Session& session) {
     if (!session.load(file)) return false;
     ILiteXmlElement* const node = session.select(xpath);
-    if (node == nullptr) return false;
-    change(*node);
-    return session.save(file);
+    return node != nullptr && act(session, *node);
   });
 }
 
@@ -94,11 +92,8 @@ bool write_node(const std::string& file, const std::string& xpath, Change change
 template <typename Ask>
 bool read_node(const std::string& file, const std::string& xpath, std::string& value, Ask ask) {
   std::string answer;
-  const bool done = run([&](Session& session) {
-    if (!session.load(file)) return false;
-    ILiteXmlElement* const node = session.select(xpath);
-    if (node == nullptr) return false;
-    answer = ask(*node);
+  const bool done = with_node(file, xpath, [&](Session&, ILiteXmlElement& node) {
+    answer = ask(node);
     return true;
   });
   if (done) value = std::move(answer);
@@ -109,13 +104,18 @@ bool read_node(const std::string& file, const std::string& xpath, std::string& v
 
 bool CXmlEx::write_xml_node(const std::string& file, const std::string& xpath,
                             const std::string& value) {
-  return write_node(file, xpath, [&](ILiteXmlElement& node) { node.set_text(value.c_str()); });
+  return with_node(file, xpath, [&](Session& session, ILiteXmlElement& node) {
+    node.set_text(value.c_str());
+    return session.save(file);
+  });
 }
 
 bool CXmlEx::write_xml_attribute(const std::string& file, const std::string& xpath,
                                  const std::string& name, const std::string& value) {
-  return write_node(
-      file, xpath, [&](ILiteXmlElement& node) { node.set_attribute(name.c_str(), value.c_str()); });
+  return with_node(file, xpath, [&](Session& session, ILiteXmlElement& node) {
+    node.set_attribute(name.c_str(), value.c_str());
+    return session.save(file);
+  });
 }
 
 bool CXmlEx::read_xml_node(const std::string& file, const std::string& xpath, std::string& value) {

@@ -15,15 +15,6 @@ bool same_time(const timespec& a, const timespec& b) noexcept {
   return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
 }
 
-/// Hands every mark in `bits` to `take` by its place in the window, until that answers false.
-template <class Take>
-bool for_each_mark(std::uint64_t bits, Take take) {
-  for (; bits != 0; bits &= bits - 1) {
-    if (!take(static_cast<std::size_t>(__builtin_ctzll(bits)))) return false;
-  }
-  return true;
-}
-
 /// Copies a stretch in steps of 16 bytes; both sides have room for the last step.
 char* copy_stretch(const char* from, const char* end, char* out) noexcept {
   for (const char* at = from; at < end; at += 16) std::memcpy(out + (at - from), at, 16);
@@ -44,8 +35,8 @@ class Splitter {
     const char* from = begin;
     for (const char* at = begin; at != end && !ended;) {
       const auto count = std::min(static_cast<std::size_t>(end - at), CsvQuotes::kWindow);
-      const auto window = quotes_.look<',', '\n', '\r', ' '>(at, count);
-      for_each_mark(window.quotes | window.outside, [&](std::size_t place) {
+      const auto window = quotes_.look<',', '\n', '\r', ' '>({at, count});
+      CsvQuotes::for_each(window.quotes | window.outside, [&](std::size_t place) {
         const char* const mark = at + place;
         out = copy_stretch(from, mark, out);
         from = mark + 1;
@@ -168,28 +159,20 @@ off_t CsvScanner::next_mark() const noexcept {
 }
 
 bool CsvScanner::advance(Mark& mark, int record) {
-  CsvQuotes quotes;
-  for (off_t offset = mark.offset; mark.record < record;) {
-    const std::string_view bytes = block(offset);
-    if (bytes.empty()) return false;
-    for (std::size_t at = 0; at < bytes.size() && mark.record < record; at += CsvQuotes::kWindow) {
-      const std::size_t count = std::min(bytes.size() - at, CsvQuotes::kWindow);
-      const auto window = quotes.look<'\n'>(bytes.data() + at, count);
-      // Most windows are only counted; where their records begin is not asked.
-      const int ends = __builtin_popcountll(window.outside);
-      if (ends < record - mark.record && offset + static_cast<off_t>(at + count) < next_mark()) {
-        mark.record += ends;
-        continue;
-      }
-      for_each_mark(window.outside, [&](std::size_t place) {
-        mark = {mark.record + 1, offset + static_cast<off_t>(at + place) + 1};
-        if (mark.offset >= next_mark()) marks_.push_back(mark);
-        return mark.record < record;
-      });
+  const auto visit = [&](std::string_view text, off_t offset, const CsvQuotes::Window& window) {
+    // Most windows are only counted; where their records begin is not asked.
+    const int ends = __builtin_popcountll(window.outside);
+    if (ends < record - mark.record && offset + static_cast<off_t>(text.size()) < next_mark()) {
+      mark.record += ends;
+      return true;
     }
-    offset += static_cast<off_t>(bytes.size());
-  }
-  return true;
+    return CsvQuotes::for_each(window.outside, [&](std::size_t place) {
+      mark = {mark.record + 1, offset + static_cast<off_t>(place) + 1};
+      if (mark.offset >= next_mark()) marks_.push_back(mark);
+      return mark.record < record;
+    });
+  };
+  return mark.record >= record || walk<'\n'>(mark.offset, visit);
 }
 
 int CsvScanner::count_records() {
@@ -199,22 +182,13 @@ int CsvScanner::count_records() {
 }
 
 int CsvScanner::count_columns() {
-  CsvQuotes quotes;
   int columns = 1;
-  off_t offset = 0;
-  for (auto bytes = block(0); !bytes.empty(); bytes = block(offset)) {
-    for (std::size_t at = 0; at < bytes.size(); at += CsvQuotes::kWindow) {
-      const std::size_t count = std::min(bytes.size() - at, CsvQuotes::kWindow);
-      const auto window = quotes.look<',', '\n'>(bytes.data() + at, count);
-      const bool goes_on = for_each_mark(window.outside, [&](std::size_t place) {
-        if (bytes[at + place] == '\n') return false;
-        columns += columns < INT_MAX ? 1 : 0;
-        return true;
-      });
-      if (!goes_on) return columns;
-    }
-    offset += static_cast<off_t>(bytes.size());
-  }
+  walk<',', '\n'>(0, [&](std::string_view text, off_t, const CsvQuotes::Window& window) {
+    return CsvQuotes::for_each(window.outside, [&](std::size_t place) {
+      if (text[place] == ',' && columns < INT_MAX) ++columns;
+      return text[place] != '\n';
+    });
+  });
   return columns;
 }
 

@@ -2,12 +2,8 @@
 
 #include <emmintrin.h>
 #include <sys/stat.h>
-#include <sys/types.h>
 
 #include <cstdint>
-#include <cstdio>
-#include <ctime>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -29,9 +25,18 @@ class CsvQuotes {
     std::uint64_t outside;
   };
 
-  /// Looks at the next `count` bytes, at most a window. All of a window can be read at `text`.
+  /// Looks at the next bytes, at most a window. All of a window can be read at `text`.
   template <char... kSet>
-  Window look(const char* text, std::size_t count) noexcept;
+  Window look(std::string_view text) noexcept;
+
+  /// Hands every mark in `bits` to `take` by its place in the window, until that answers false.
+  template <class Take>
+  static bool for_each(std::uint64_t bits, Take take) {
+    for (; bits != 0; bits &= bits - 1) {
+      if (!take(static_cast<std::size_t>(__builtin_ctzll(bits)))) return false;
+    }
+    return true;
+  }
 
  private:
   std::uint64_t inside_ = 0;  // all bits where the next byte is inside quotes
@@ -97,9 +102,10 @@ class CsvScanner {
   bool read(int cur, int records);
   const CsvFields& fields() const noexcept { return fields_; }
 
-  /// What is in the file from `offset` on, up to one block; empty at the end. Valid until the next
-  /// call. A window of quotes can be read wherever it begins.
-  std::string_view block(off_t offset) noexcept;
+  /// Hands the windows of the file from `offset` on to `visit(text, offset, window)` until that
+  /// answers false: `window` tells where bytes of `kSet` are. False where the file ends before.
+  template <char... kSet, class Visit>
+  bool walk(off_t offset, Visit visit);
 
   /// To be called after our own writing, which left the file `size` bytes long.
   /// `inserted`: bytes from `offset` on are new. `blanked`: record `record`, which began at
@@ -122,6 +128,9 @@ class CsvScanner {
   Mark nearest(int record) const noexcept;
   bool goes_on(int cur) const noexcept;
   bool advance(Mark& mark, int record);
+  // What is in the file from `offset` on, up to one block; empty at the end. Valid until the next
+  // call. A window of quotes can be read wherever it begins.
+  std::string_view block(off_t offset) noexcept;
   off_t next_mark() const noexcept;
 
   int fd_;
@@ -138,18 +147,18 @@ class CsvScanner {
 };
 
 template <char... kSet>
-CsvQuotes::Window CsvQuotes::look(const char* text, std::size_t count) noexcept {
+CsvQuotes::Window CsvQuotes::look(std::string_view text) noexcept {
   Window window{0, 0};
   for (std::size_t at = 0; at < kWindow; at += sizeof(__m128i)) {
-    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + at));
+    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text.data() + at));
     const auto where = [bytes](char byte) { return _mm_cmpeq_epi8(bytes, _mm_set1_epi8(byte)); };
     __m128i in_set = _mm_setzero_si128();
     ((in_set = _mm_or_si128(in_set, where(kSet))), ...);
     window.quotes |= std::uint64_t(static_cast<unsigned>(_mm_movemask_epi8(where('"')))) << at;
     window.outside |= std::uint64_t(static_cast<unsigned>(_mm_movemask_epi8(in_set))) << at;
   }
-  if (count < kWindow) {
-    const std::uint64_t present = (std::uint64_t{1} << count) - 1;
+  if (text.size() < kWindow) {
+    const std::uint64_t present = (std::uint64_t{1} << text.size()) - 1;
     window.quotes &= present;
     window.outside &= present;
   }
@@ -164,6 +173,20 @@ CsvQuotes::Window CsvQuotes::look(const char* text, std::size_t count) noexcept 
   window.outside &= ~inside;
   inside_ = inside >> 63 != 0 ? ~std::uint64_t{0} : 0;
   return window;
+}
+
+template <char... kSet, class Visit>
+bool CsvScanner::walk(off_t offset, Visit visit) {
+  CsvQuotes quotes;
+  for (auto rest = block(offset); !rest.empty(); rest = block(offset)) {
+    while (!rest.empty()) {
+      const std::string_view text = rest.substr(0, CsvQuotes::kWindow);
+      if (!visit(text, offset, quotes.look<kSet...>(text))) return true;
+      offset += static_cast<off_t>(text.size());
+      rest.remove_prefix(text.size());
+    }
+  }
+  return false;
 }
 
 }  // namespace utility::detail
