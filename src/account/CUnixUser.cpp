@@ -92,7 +92,7 @@ int CUnixUser::create_user(const std::string& name) {
   if (name.empty()) return kNoNameToChange;
   if (find_user(name.c_str())) return kUserExists;
   int has_group = 0;
-  if (const int status = is_group_exist(name, has_group); status != kAccountDone) return status;
+  if (const int status = is_group_exist(name, has_group)) return status;
   std::string command = "/usr/sbin/useradd " + name;
   if (has_group != 0) command += " -g" + name;
   // The tool's exit code tells less than the account: useradd also fails over side work, such as a
@@ -109,8 +109,7 @@ int CUnixUser::mod_user_data(const UnixUserData& record) {
   const std::string options = usermod_options(record, current);
   if (options.empty()) return kAccountDone;
 
-  const int status = run_tool("/usr/sbin/usermod" + options + " " + record.name);
-  if (status != kAccountDone) return status;
+  if (const int status = run_tool("/usr/sbin/usermod" + options + " " + record.name)) return status;
   if (record.home != current.home) {
     static_cast<void>(std::rename(current.home.c_str(), record.home.c_str()));
   }

@@ -34,8 +34,7 @@ void replace_members(std::string_view line, const std::string& name, const std::
 // Writes the group file with the new members of the group `name` to the working copy.
 int write_working_copy(const std::string& name, const std::vector<std::string>& members) {
   int found = 0;
-  const int status = CUnixUser::is_group_exist(name, found);
-  if (status != kAccountDone) return status;
+  if (const int status = CUnixUser::is_group_exist(name, found)) return status;
   if (found == 0) return kNoSuchGroup;
   std::string member_text;
   CUnixUser::get_new_grp_mem_list(members, member_text);
@@ -88,7 +87,7 @@ int CUnixUser::is_group_exist(const std::string& name, int& found) {
 int CUnixUser::create_group(const std::string& name) {
   if (name.empty()) return kNoNameToChange;
   int found = 0;
-  if (const int status = is_group_exist(name, found); status != kAccountDone) return status;
+  if (const int status = is_group_exist(name, found)) return status;
   if (found != 0) return kGroupExists;
   return run_tool("/usr/sbin/groupadd " + name);
 }
@@ -112,8 +111,7 @@ int CUnixUser::mod_grp_data(const UnixGroupData& record) {
     if (find_group_by_id(record.gid)) return kGidTaken;
     command += " -g " + std::to_string(record.gid);
   }
-  const int status = run_tool(command + " " + record.name);
-  if (status != kAccountDone) return status;
+  if (const int status = run_tool(command + " " + record.name)) return status;
   return mod_group_member(record.name, record.members);
 }
 

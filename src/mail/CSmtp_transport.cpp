@@ -80,8 +80,7 @@ bool detail::send_all(int sock, std::string_view bytes) noexcept {
 }
 
 int detail::Dialogue::read_greeting() {
-  const int readable = CSmtp::IsReadable(sock_, 3);
-  if (readable != kSuccess) return readable;
+  if (const int readable = CSmtp::IsReadable(sock_, 3)) return readable;
   const ssize_t count = retry([this] { return ::recv(sock_, buffer_.get(), kRoom, MSG_DONTWAIT); });
   return count < 0 ? kNotReceived : kSuccess;
 }
@@ -89,8 +88,8 @@ int detail::Dialogue::read_greeting() {
 int detail::Dialogue::say(const std::string& command, const Wanted& wanted, int reply_mode) {
   const auto length = static_cast<int>(command.copy(buffer_.get(), kRoom - 1));
   int room = kRoom;
-  const int result = CSmtp::sendcmd(sock_, buffer_.get(), length, reply_mode, reply(), room);
-  if (result != kSuccess) return result;
+  if (const int result = CSmtp::sendcmd(sock_, buffer_.get(), length, reply_mode, reply(), room))
+    return result;
   return begins_with(reply(), wanted.code) ? kSuccess : wanted.refusal;
 }
 

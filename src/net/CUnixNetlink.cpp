@@ -44,8 +44,7 @@ int CUnixNetlink::get_all_netlink_infos(std::vector<NetLinkInfo>& infos) {
       socket_rows<NetLinkResolve>(resolve_v4_data, resolve_v6_data);
   for (const NetLinkResolve& row : netlink_files) {
     if (!exists(row.file)) continue;
-    const int code = resolve_netlink_file(row, infos);
-    if (code != kDone) return code;
+    if (const int code = resolve_netlink_file(row, infos)) return code;
   }
   return kDone;
 }

@@ -6,7 +6,6 @@
 #include "base/dir_walk.h"
 #include "base/io.h"
 #include "base/paths.h"
-#include "proc/CUnixProc_code.h"
 #include "proc/ProcessReader.h"
 
 namespace utility {
@@ -65,8 +64,7 @@ int CUnixProc::get_all_proc_data(EnumCallback callback, void* ctx) {
   ProcessReader reader(processes.fd(), "");
   while (processes.next()) {
     UnixProcData data;
-    const int code = reader.read(processes.pid(), data);
-    if (code != kDone) return code;
+    if (const int code = reader.read(processes.pid(), data)) return code;
     if (stops(callback, data, ctx)) return kStopped;
   }
   return kDone;
@@ -153,8 +151,7 @@ int CUnixProc::get_all_path_name(std::vector<std::string>& paths) {
   if (!processes) return kNoDirectory;
   while (processes.next()) {
     std::string path;
-    const int code = get_path_name(processes.pid(), path);
-    if (code != kDone) return code;
+    if (const int code = get_path_name(processes.pid(), path)) return code;
     if (!path.empty() && std::find(paths.begin(), paths.end(), path) == paths.end()) {
       paths.push_back(std::move(path));
     }

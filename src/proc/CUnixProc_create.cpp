@@ -10,7 +10,6 @@
 #include "base/dir_walk.h"
 #include "base/io.h"
 #include "base/paths.h"
-#include "proc/CUnixProc_code.h"
 #include "proc/CUnixProc_text.h"
 #include "utility/CUnixProc.h"
 

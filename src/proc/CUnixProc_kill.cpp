@@ -7,7 +7,7 @@
 #include "base/io.h"
 #include "base/paths.h"
 #include "base/text.h"
-#include "proc/CUnixProc_code.h"
+#include "proc/CUnixProc_text.h"
 #include "utility/CUnixProc.h"
 
 namespace utility {

@@ -5,7 +5,6 @@
 #include <cstdlib>
 
 #include "base/io.h"
-#include "proc/CUnixProc_code.h"
 #include "utility/CStr.h"
 
 namespace utility::detail {

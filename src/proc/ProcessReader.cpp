@@ -3,7 +3,6 @@
 #include "base/dir_walk.h"
 #include "base/io.h"
 #include "base/paths.h"
-#include "proc/CUnixProc_code.h"
 #include "utility/CStr.h"
 
 namespace utility::detail {
@@ -130,7 +129,7 @@ int ProcessReader::read_stat(const Fd& file, ProcData& data) {
   if (detail::read_stat(file.get(), data.ppid, ticks) < 0 && errno == ESRCH) return kVanished;
   if (!boot_time_) {
     long boot_time = 0;
-    if (const int code = CUnixProc::get_boottime(boot_time); code != kDone) return code;
+    if (const int code = CUnixProc::get_boottime(boot_time)) return code;
     boot_time_ = boot_time;
   }
   data.start_time = start_time(ticks, *boot_time_);

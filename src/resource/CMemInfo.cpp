@@ -63,7 +63,7 @@ int CMemInfo::get_mem_stat(MemStat& stat) {
 
 int CMemInfo::get_mem_usage(double& usage) {
   MemStat stat;
-  if (const int result = get_mem_stat(stat); result != kDone) return result;
+  if (const int result = get_mem_stat(stat)) return result;
   usage = share_of(static_cast<double>(stat.total) - stat.free, stat.total) * 100.0;
   return kDone;
 }

@@ -2,12 +2,14 @@
 
 #include <mntent.h>
 
+#include <memory>
+#include <vector>
+
 #include "base/callback.h"
 #include "base/dir_walk.h"
 #include "base/io.h"
 #include "base/paths.h"
 #include "base/text.h"
-#include "resource/CUnixFile_code.h"
 #include "utility/CConv.h"
 
 namespace utility {
@@ -15,6 +17,25 @@ namespace utility {
 using namespace detail;
 
 namespace {
+
+enum Code : int {
+  kDone = 0,
+  kEmptyPath = 1,
+  kNotExamined = 2,
+  kNotDirectory = 3,
+  kNotOpened = 4,
+  kStopped = 5,
+  kExists = 6,
+  kFileNotCreated = 7,
+  kDirectoryNotCreated = 8,
+  kBadType = 9,
+  kMissing = 10,
+  kNotRemoved = 11,
+  kNotRenamed = 12,
+  kModeNotSet = 13,
+  kUnknownType = 14,
+  kNoMountTable = 17,
+};
 
 constexpr unsigned char kFile = '_';
 constexpr unsigned char kDirectory = 'd';
@@ -95,6 +116,89 @@ struct MountTableCloser {
 };
 using MountTable = std::unique_ptr<FILE, MountTableCloser>;
 
+// remove(3) below the open directory `dir`.
+bool remove_at(int dir, const char* name) {
+  return ::unlinkat(dir, name, 0) == 0 ||
+         (errno == EISDIR && ::unlinkat(dir, name, AT_REMOVEDIR) == 0);
+}
+
+// What is left of a name that cannot be converted may be these; they lead back or out.
+bool is_entry_name(const std::string& name) { return !name.empty() && name != "." && name != ".."; }
+
+// Deletes what is below a directory, of any depth: whoever owns a tree chooses how deep it is. So
+// there is no recursion, and of the directories on the way only the deepest few stay open; the
+// others are found again through "..". Everything is reached by its name within an open directory,
+// so that nothing outside the tree is, whatever is put in an entry's place meanwhile.
+class TreeDelete {
+ public:
+  int run(const std::string& path) {
+    if (!descend(AT_FDCWD, without_end_slashes(path))) return kNotOpened;
+    for (;;) {
+      DirWalk& walk = *levels_.back().walk;
+      const char* entry = walk.next();
+      if (entry == nullptr) {
+        if (levels_.size() == 1) return kDone;
+        if (!ascend()) return kStopped;
+        continue;
+      }
+      struct stat status {};
+      if (::fstatat(walk.fd(), entry, &status, AT_SYMLINK_NOFOLLOW) != 0) {
+        return levels_.size() == 1 ? kNotExamined : kStopped;
+      }
+      if (!remove(walk.fd(), entry, S_ISDIR(status.st_mode))) return kStopped;
+    }
+  }
+
+ private:
+  struct Level {
+    std::string name;
+    dev_t device;
+    ino_t inode;
+    std::unique_ptr<DirWalk> walk;  // null where it is not among the deepest few
+  };
+  static constexpr std::size_t kOpenLevels = 16;
+
+  // Goes by the converted name, as the records have it. A directory is entered, and removed when it
+  // is empty.
+  bool remove(int dir, const char* entry, bool is_directory) {
+    const std::string name = CConv::utf8_to_gbk_string(entry);
+    if (!is_entry_name(name)) return false;
+    struct stat status {};
+    const bool enters = is_directory &&
+                        ::fstatat(dir, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+                        S_ISDIR(status.st_mode);
+    return enters ? descend(dir, name) : remove_at(dir, name.c_str());
+  }
+
+  bool descend(int parent, const std::string& name) {
+    auto walk = std::make_unique<DirWalk>(parent, name.c_str(), O_NOFOLLOW);
+    struct stat status {};
+    if (!*walk || ::fstat(walk->fd(), &status) != 0) return false;
+    if (levels_.size() >= kOpenLevels) levels_[levels_.size() - kOpenLevels].walk.reset();
+    levels_.push_back({name, status.st_dev, status.st_ino, std::move(walk)});
+    return true;
+  }
+
+  // Goes back to the directory above and removes the one that is empty now.
+  bool ascend() {
+    const Level child = std::move(levels_.back());
+    levels_.pop_back();
+    Level& level = levels_.back();
+    if (!level.walk) {
+      level.walk = std::make_unique<DirWalk>(child.walk->fd(), "..");
+      struct stat status {};
+      // Not the same: the tree was moved to another place meanwhile.
+      if (!*level.walk || ::fstat(level.walk->fd(), &status) != 0 ||
+          status.st_dev != level.device || status.st_ino != level.inode) {
+        return false;
+      }
+    }
+    return ::unlinkat(level.walk->fd(), child.name.c_str(), AT_REMOVEDIR) == 0;
+  }
+
+  std::vector<Level> levels_;
+};
+
 }  // namespace
 
 bool CUnixFile::is_one_type(unsigned int mode, unsigned char type) {
@@ -118,7 +222,7 @@ char* CUnixFile::mode_2_string(unsigned int mode, char* buffer, int size) {
 int CUnixFile::mod_mode(const std::string& path, const unsigned int& mode) {
   if (path.empty()) return kEmptyPath;
   if (!exists(path.c_str())) return kMissing;
-  return ::chmod(path.c_str(), mode) == 0 ? 0 : kModeNotSet;
+  return ::chmod(path.c_str(), mode) == 0 ? kDone : kModeNotSet;
 }
 
 int CUnixFile::rename_item(const std::string& old_path, const std::string& new_path) {
@@ -139,7 +243,7 @@ int CUnixFile::create_item(const std::string& path, unsigned char type, unsigned
   } else {
     return kBadType;
   }
-  return ::chmod(path.c_str(), mode) == 0 ? 0 : kModeNotSet;
+  return ::chmod(path.c_str(), mode) == 0 ? kDone : kModeNotSet;
 }
 
 int CUnixFile::stat_2_fd(const std::string& name, struct stat64& st, UnixFileData& record) {
@@ -185,8 +289,7 @@ int CUnixFile::get_sub_item(const std::string& path, unsigned char filter,
     if (filter != kAnyType && !is_one_type(st.st_mode, filter)) continue;
     UnixFileData record;
     if (S_ISDIR(st.st_mode)) record.sub = has_subitem(entry.text());
-    const int result = stat_2_fd(name, st, record);
-    if (result != 0) return result;
+    if (const int result = stat_2_fd(name, st, record)) return result;
     if (stops(callback, record, context)) return kStopped;
   }
   return 0;
@@ -203,6 +306,25 @@ int CUnixFile::get_quota_disk(int (*callback)(const std::string&, void*), void* 
     if (stops<std::string>(callback, entry.mnt_dir, context)) return kStopped;
   }
   return 0;
+}
+
+int CUnixFile::delete_item(const std::string& path, bool recursive) {
+  if (path.empty()) return kEmptyPath;
+  if (!exists_itself(path.c_str())) return kMissing;
+  if (recursive) {
+    struct stat status {};
+    // With a slash at its end, a link would show the directory that it leads to.
+    const std::string item = without_end_slashes(path.substr(0, path.find('\0')));
+    if (::lstat(item.c_str(), &status) != 0) return kNotExamined;
+    if (const int result = S_ISDIR(status.st_mode) ? TreeDelete().run(item) : kDone) return result;
+  }
+  return std::remove(path.c_str()) == 0 ? kDone : kNotRemoved;
+}
+
+int CUnixFile::call_back_del(const UnixFileData& record, void* context) {
+  const auto* parent = static_cast<const std::string*>(context);
+  if (parent == nullptr || !is_entry_name(record.name)) return -1;
+  return delete_item(*parent + "/" + record.name, record.type == 'd') == 0 ? 0 : -1;
 }
 
 }  // namespace utility

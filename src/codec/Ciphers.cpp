@@ -1,3 +1,5 @@
+#include "utility/Ciphers.h"
+
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -5,34 +7,54 @@
 #include <cstring>
 #include <limits>
 #include <memory>
+#include <string_view>
 
-#include "utility/Ciphers.h"
+#include "utility/CBinHex.h"
 
-// Corrected Block TEA (XXTEA), D. Wheeler and R. Needham, 1998.
 namespace utility {
 namespace {
 
+constexpr std::string_view sbox = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ";
+constexpr std::string_view invsbox = "KMLOB165S9GA2X3QVICHJRTZND7PE0Y8WUF4";
+static_assert(sbox.size() == 36 && invsbox.size() == 36);
+
+int index_in(std::string_view table, char c) noexcept {
+  const std::size_t at = table.find(c);
+  return at == std::string_view::npos ? -1 : static_cast<int>(at);
+}
+
+/// Replaces each character that has an index by the entry of `images` at that index.
+void substitute(std::string& text, int (*index)(char), std::string_view images) {
+  for (char& c : text) {
+    const int at = index(c);
+    if (at >= 0) c = images[static_cast<std::size_t>(at)];
+  }
+}
+
+/// Nothing comes of an empty text in any round, so the rounds end there.
+std::string repeat(std::string (*round)(const std::string&), std::string text, int rounds) {
+  for (; rounds > 0 && !text.empty(); --rounds) text = round(text);
+  return text;
+}
+
+// Corrected Block TEA (XXTEA), D. Wheeler and R. Needham, 1998.
+
 constexpr std::uint32_t kDelta = 0x9E3779B9;
-constexpr std::size_t kKeySize = 16;
 
 struct Free {
   void operator()(void* memory) const noexcept { std::free(memory); }
 };
 using Words = std::unique_ptr<std::uint32_t[], Free>;
 
-/// The four words of a key.
-class Key {
- public:
-  /// Takes up to 16 of `size` bytes and none after the first zero byte.
-  Key(const void* bytes, std::size_t size) noexcept {
-    const std::size_t used = ::strnlen(static_cast<const char*>(bytes), std::min(size, kKeySize));
-    std::memcpy(words_.data(), bytes, used);
-  }
-  std::uint32_t operator[](std::size_t i) const noexcept { return words_[i]; }
+using Key = std::array<std::uint32_t, 4>;
 
- private:
-  std::array<std::uint32_t, 4> words_{};
-};
+/// Takes up to 16 of `size` bytes and none after the first zero byte.
+Key make_key(const void* bytes, std::size_t size) noexcept {
+  Key key{};
+  std::memcpy(key.data(), bytes,
+              ::strnlen(static_cast<const char*>(bytes), std::min(size, sizeof key)));
+  return key;
+}
 
 std::uint32_t mix(std::uint32_t y, std::uint32_t z, std::uint32_t sum,
                   std::uint32_t key_word) noexcept {
@@ -91,7 +113,7 @@ using Cipher = void* (*)(const void*, std::size_t, const Key&, std::size_t*) noe
 std::string run(Cipher cipher, const std::string& data, const std::string& key) {
   std::size_t size = 0;
   const std::unique_ptr<void, Free> result(
-      cipher(data.data(), data.size(), Key(key.data(), key.size()), &size));
+      cipher(data.data(), data.size(), make_key(key.data(), key.size()), &size));
   return {static_cast<const char*>(result.get()), size};
 }
 
@@ -99,10 +121,34 @@ void* run(Cipher cipher, const void* data, std::size_t len, const void* key,
           std::size_t* out_len) noexcept {
   *out_len = 0;
   if (data == nullptr || key == nullptr) return nullptr;
-  return cipher(data, len, Key(key, kKeySize), out_len);
+  return cipher(data, len, make_key(key, sizeof(Key)), out_len);
 }
 
 }  // namespace
+
+std::string aes_encrypt(const std::string& text, int rounds) {
+  return repeat(aes_encrypt_imp, text, rounds);
+}
+
+std::string aes_decrypt(const std::string& text, int rounds) {
+  return repeat(aes_decrypt_imp, text, rounds);
+}
+
+std::string aes_encrypt_imp(const std::string& text) {
+  std::string digits = CBinHex::simple_bin2hex(text);
+  substitute(digits, get_sbox_idx, invsbox);
+  return digits;
+}
+
+std::string aes_decrypt_imp(const std::string& text) {
+  std::string digits = text;
+  substitute(digits, get_invsbox_idx, sbox);
+  return CBinHex::simple_hex2bin(digits);
+}
+
+int get_sbox_idx(char c) { return index_in(sbox, c); }
+
+int get_invsbox_idx(char c) { return index_in(invsbox, c); }
 
 // The string forms take their key by value: that is their published signature.
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
