@@ -1,13 +1,6 @@
 #include "base/dir_walk.h"
 
-#include <fcntl.h>
-
-#include <cstdlib>
-#include <cstring>
-
 namespace utility::detail {
-
-DirWalk::DirWalk(const char* path) noexcept : DirWalk(AT_FDCWD, path) {}
 
 DirWalk::DirWalk(int parent, const char* name, int flags) noexcept
     : fd_(::openat(parent, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC | flags)) {}
@@ -27,17 +20,11 @@ const char* DirWalk::next() noexcept {
   }
 }
 
-bool is_decimal(const char* name) noexcept { return name[std::strspn(name, "0123456789")] == '\0'; }
-
-bool begins_with_pid(const char* name) noexcept { return std::strtol(name, nullptr, 10) > 0; }
-
 bool ProcWalk::next() noexcept {
   do {
     name_ = dir_.next();
   } while (name_ != nullptr && !is_process_(name_));
   return name_ != nullptr;
 }
-
-int ProcWalk::pid() const noexcept { return static_cast<int>(std::strtol(name_, nullptr, 10)); }
 
 }  // namespace utility::detail

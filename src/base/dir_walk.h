@@ -1,8 +1,11 @@
 #pragma once
 
 #include <dirent.h>
+#include <fcntl.h>
 
 #include <array>
+#include <cstdlib>
+#include <cstring>
 
 #include "base/handles.h"
 
@@ -15,7 +18,7 @@ namespace utility::detail {
 /// use it between fork and exec.
 class DirWalk {
  public:
-  explicit DirWalk(const char* path) noexcept;
+  explicit DirWalk(const char* path) noexcept : DirWalk(AT_FDCWD, path) {}
   /// Opens `name` relative to the open directory `parent`. With O_NOFOLLOW in `flags`, a link as
   /// its last component is refused.
   DirWalk(int parent, const char* name, int flags = 0) noexcept;
@@ -37,10 +40,14 @@ class DirWalk {
 };
 
 /// True when every byte of `name` is a decimal digit; so too for the empty name.
-bool is_decimal(const char* name) noexcept;
+inline bool is_decimal(const char* name) noexcept {
+  return name[std::strspn(name, "0123456789")] == '\0';
+}
 
 /// True when `name` reads as a number above zero; what follows its digits is ignored.
-bool begins_with_pid(const char* name) noexcept;
+inline bool begins_with_pid(const char* name) noexcept {
+  return std::strtol(name, nullptr, 10) > 0;
+}
 
 /// The process entries of /proc in listing order.
 ///
@@ -59,7 +66,7 @@ class ProcWalk {
 
   /// The entry in hand: its name and the number that it reads as.
   const char* name() const noexcept { return name_; }
-  int pid() const noexcept;
+  int pid() const noexcept { return static_cast<int>(std::strtol(name_, nullptr, 10)); }
 
   /// The open /proc.
   int fd() const noexcept { return dir_.fd(); }

@@ -12,14 +12,14 @@ enum class Copied { kNotOpened, kNotRead, kNotWritten, kWhole };
 /// is to stand there for `line`. What could be read before an error is written.
 template <class Edit>
 Copied append_edited_copy(const char* path, const char* copy, Edit edit) {
-  const Fd source = open_to_read(path);
+  Fd source = open_to_read(path);
   if (!source) return Copied::kNotOpened;
   const Fd target(::open(copy, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600));
   if (!target) return Copied::kNotOpened;
   take_over_rights(source.get(), target.get());
 
   std::string text;
-  Lines<1024> lines(source.get());
+  Lines<1024> lines(std::move(source));
   while (lines.next()) edit(lines.line(), text);
   // In one write: what a crash leaves of a copy stays in front of the next run's lines, and half a
   // line would spoil the first of them. And on the disk before it takes the place of `path`.

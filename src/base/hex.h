@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <optional>
 
 // Bytes to hexadecimal digits and back, for every family that needs it.
 namespace utility::detail {
@@ -13,13 +12,5 @@ char* put_hex(char* out, const unsigned char* bytes, std::size_t size, char ten)
 /// Makes `count` bytes of twice as many characters by the arithmetic that `CBinHex::hex2bin`
 /// promises. The bytes may overwrite the characters.
 void read_hex(char* out, const char* text, std::size_t count) noexcept;
-
-/// The value of a hexadecimal digit; none for any other character.
-inline std::optional<int> hex_digit(char c) noexcept {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return std::nullopt;
-}
 
 }  // namespace utility::detail

@@ -70,8 +70,8 @@ bool LineSource::next() noexcept {
 
 // Reads the next block; false at the end.
 bool LineSource::fill() noexcept {
-  if (fd_ < 0 || failed_) return false;
-  const ssize_t count = read_some(fd_, block_, kBlock);
+  if (!file_ || failed_) return false;
+  const ssize_t count = read_some(file_.get(), block_, kBlock);
   failed_ = count < 0;
   if (count > 0) rest_ = {block_, static_cast<std::size_t>(count)};
   return count > 0;

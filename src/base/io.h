@@ -23,8 +23,7 @@ auto retry(Call call) noexcept {
   return result;
 }
 
-/// Opens a file for reading. The agent forks from other threads: nothing stays open in its
-/// children.
+/// Opens a file for reading. The agent forks: nothing stays open in its children.
 inline Fd open_to_read(const char* path) noexcept {
   return Fd(retry([path] { return ::open(path != nullptr ? path : "", O_RDONLY | O_CLOEXEC); }));
 }
@@ -100,6 +99,8 @@ class LineSource {
   LineSource(const LineSource&) = delete;
   LineSource& operator=(const LineSource&) = delete;
 
+  /// False when there is no open file to read.
+  explicit operator bool() const noexcept { return static_cast<bool>(file_); }
   /// Goes to the next piece; false after the last one and where reading fails (see `failed`).
   bool next() noexcept;
 
@@ -113,8 +114,8 @@ class LineSource {
   bool failed() const noexcept { return failed_; }
 
  protected:
-  LineSource(int fd, std::string_view text, char* block, char* piece, std::size_t room) noexcept
-      : fd_(fd), rest_(text), block_(block), piece_(piece), room_(room) {}
+  LineSource(Fd file, std::string_view text, char* block, char* piece, std::size_t room) noexcept
+      : file_(std::move(file)), rest_(text), block_(block), piece_(piece), room_(room) {}
   ~LineSource() = default;
 
   static constexpr std::size_t kBlock = 4096;  // what the kernel hands out of /proc at a time
@@ -122,7 +123,7 @@ class LineSource {
  private:
   bool fill() noexcept;
 
-  int fd_;
+  Fd file_;
   std::string_view rest_;
   char* block_;
   char* piece_;
@@ -135,10 +136,10 @@ class LineSource {
 template <std::size_t Room>
 class Lines final : public LineSource {
  public:
-  /// Reads the open file `fd` from where it stands; it stays the caller's.
-  explicit Lines(int fd) noexcept : LineSource(fd, {}, block_, piece_, Room) {}
+  /// Reads the open `file` from where it stands.
+  explicit Lines(Fd file) noexcept : LineSource(std::move(file), {}, block_, piece_, Room) {}
   /// Cuts a text in memory.
-  explicit Lines(std::string_view text) noexcept : LineSource(-1, text, nullptr, piece_, Room) {}
+  explicit Lines(std::string_view text) noexcept : LineSource({}, text, nullptr, piece_, Room) {}
 
  private:
   // Neither is cleared: only what was read is ever looked at. Plain arrays, whose place the base

@@ -1,5 +1,6 @@
 #include "utility/CConv.h"
 
+#include <charconv>
 #include <cstddef>
 #include <cstring>
 #include <cwchar>
@@ -144,10 +145,10 @@ std::string CConv::url_decode(const std::string& text) {
     if (c == '+') {
       c = ' ';
     } else if (c == '%' && text.size() - i > 2) {
-      const auto high = detail::hex_digit(text[i + 1]);
-      const auto low = detail::hex_digit(text[i + 2]);
-      if (high && low) {
-        c = static_cast<char>(*high * 16 + *low);
+      const char* const digits = text.data() + i + 1;
+      unsigned char byte = 0;
+      if (std::from_chars(digits, digits + 2, byte, 16).ptr == digits + 2) {
+        c = static_cast<char>(byte);
         i += 2;
       }
     }

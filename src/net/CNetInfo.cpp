@@ -201,9 +201,8 @@ int CNetInfo::get_net_info(const std::string& name, net_interface& info) {
 
 int CNetInfo::get_net_stat(const std::string& name, NetStat& stat) {
   if (name.empty()) return kEmptyName;
-  const Fd file = open_to_read("/proc/net/dev");
-  if (!file) return kNoFile;
-  Lines<1024> lines(file.get());
+  Lines<1024> lines(open_to_read("/proc/net/dev"));
+  if (!lines) return kNoFile;
   while (lines.next()) {
     if (parse_counters(lines.text(), name, stat)) return kDone;
   }

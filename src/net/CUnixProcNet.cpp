@@ -62,8 +62,8 @@ class InodeIndex {
   std::vector<std::size_t> next_;
 };
 
-int read_table(const Fd& table, const CUnixProcNet::NetResolve& row, std::vector<NetInfo>& infos) {
-  return read_socket_file<LineWithoutFeed>(table, row, kCannotOpenTable, infos);
+int read_table(Fd table, const CUnixProcNet::NetResolve& row, std::vector<NetInfo>& infos) {
+  return read_socket_file<LineWithoutFeed>(std::move(table), row, kCannotOpenTable, infos);
 }
 
 // The records of the tables below one root directory. Below another than the host's, whoever lives
@@ -73,9 +73,9 @@ std::vector<NetInfo> read_root(const std::string& root) {
   std::vector<CUnixProcNet::NetResolve> files;
   CUnixProcNet::init_net_file(root, files);
   for (const auto& file : files) {
-    const Fd table = open_table(file.file.c_str());
+    Fd table = open_table(file.file.c_str());
     if (root == "/" || (table && is_kernel_table(table, file.file.c_str()))) {
-      read_table(table, file, nets);
+      read_table(std::move(table), file, nets);
     }
   }
   return nets;

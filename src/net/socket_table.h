@@ -111,10 +111,10 @@ inline constexpr std::size_t kMostTableBytes = std::size_t{256} << 20;
 /// @param cannot_open  returned when there is no table.
 /// @return 0 at the end of the file, or where reading it failed.
 template <class Prepare, class Row, class Record>
-int read_socket_file(const Fd& table, const Row& row, int cannot_open, std::vector<Record>& out) {
-  if (!table) return cannot_open;
-  Lines<1025> lines(table.get());  // with its NUL: longer lines come in pieces of 1024
-  lines.next();                    // the column header
+int read_socket_file(Fd table, const Row& row, int cannot_open, std::vector<Record>& out) {
+  Lines<1025> lines(std::move(table));  // with its NUL: longer lines come in pieces of 1024
+  if (!lines) return cannot_open;
+  lines.next();  // the column header
   Prepare prepare;
   while (lines.consumed() < kMostTableBytes && lines.next()) {
     Record record{};

@@ -18,9 +18,8 @@ namespace {
 template <typename Take>
 int read_key(const std::string& path, std::string_view key, Take take) {
   if (path.empty()) return kUnusable;
-  const Fd file = open_to_read(path.c_str());
-  if (!file) return kNotOpened;
-  Lines<kLineCapacity> lines(file.get());
+  Lines<kLineCapacity> lines(open_to_read(path.c_str()));
+  if (!lines) return kNotOpened;
   if (const char* rest = find_field(lines, key)) take(rest);
   return lines.failed() ? kNotRead : kDone;
 }
@@ -130,9 +129,8 @@ int CUnixProc::parse_args(char* buffer, int count, std::string& text) {
 
 int CUnixProc::get_proc_name_ext(const std::string& cmdline_path, const std::string& exe_path,
                                  std::string& path) {
-  const Fd file = open_to_read(cmdline_path.c_str());
-  if (!file) return kNotOpened;
-  Lines<kLineCapacity> lines(file.get());
+  Lines<kLineCapacity> lines(open_to_read(cmdline_path.c_str()));
+  if (!lines) return kNotOpened;
   const std::string_view line = lines.next() ? lines.line() : std::string_view();
   return find_executable(line, AT_FDCWD, exe_path.c_str(), path);
 }
@@ -175,9 +173,8 @@ int CUnixProc::get_socket_inodes(const std::string& fd_dir, std::vector<unsigned
 int CUnixProc::one_proc_infos(const char* pid_text, std::vector<std::string>& paths) {
   constexpr std::size_t kMaxPath = 511;
   const std::string dir = std::string("/proc/") + or_empty(pid_text);
-  const Fd file = open_to_read(join_path(dir.c_str(), "maps", kMaxPath).c_str());
-  if (!file) return kNotOpened;
-  Lines<1024> lines(file.get());
+  Lines<1024> lines(open_to_read(join_path(dir.c_str(), "maps", kMaxPath).c_str()));
+  if (!lines) return kNotOpened;
   std::vector<std::string> fields;
   while (lines.next()) {
     std::string path = mapped_path(std::string(lines.line()), fields);

@@ -26,8 +26,7 @@ constexpr std::chrono::seconds kPatience(2);
 // has ended while others still run shows the same state, but has more than one thread.
 bool is_zombie(int pid) {
   const std::string path = "/proc/" + std::to_string(pid) + "/status";
-  const Fd file = open_to_read(path.c_str());
-  Lines<kLineCapacity> lines(file.get());
+  Lines<kLineCapacity> lines(open_to_read(path.c_str()));
   const char* state = find_field(lines, "State:");
   if (state == nullptr || first_word(state) != "Z") return false;
   const char* threads = find_field(lines, "Threads:");

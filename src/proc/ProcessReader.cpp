@@ -63,7 +63,7 @@ int ProcessReader::read(int pid, ProcData& data) {
 
   const Fd cmdline = open("cmdline");
   const Fd stat = open("stat");
-  const Fd status = open("status");
+  Fd status = open("status");
   const bool all_open = cmdline && stat && status;
   if (!all_open && (is_missing("cmdline") || is_missing("stat") || is_missing("status"))) {
     return kDone;
@@ -72,7 +72,7 @@ int ProcessReader::read(int pid, ProcData& data) {
   StatusFields fields;
   fields.uid = data.uid;
   fields.gid = data.gid;
-  int code = read_status(status, fields);
+  int code = read_status(std::move(status), fields);
   if (code == kDone) {
     data.name = std::move(fields.name);
     code = read_cmd(cmdline, data);
@@ -105,10 +105,10 @@ bool ProcessReader::is_missing(const char* file) {
   return ::faccessat(dir_, path_of(file), F_OK, 0) != 0;
 }
 
-int ProcessReader::read_status(const Fd& file, StatusFields& fields) {
-  if (!file) return kNotOpened;
+int ProcessReader::read_status(Fd file, StatusFields& fields) {
+  Lines<kLineCapacity> lines(std::move(file));
+  if (!lines) return kNotOpened;
   if (!cmdline_ || !text_) return kNoMemory;
-  Lines<kLineCapacity> lines(file.get());
   while (!fields.complete() && lines.next()) fields.parse_line(lines.text());
   return lines.failed() ? read_failure() : kDone;
 }

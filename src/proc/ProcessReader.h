@@ -39,7 +39,7 @@ class ProcessReader {
   Fd open(const char* file);
   bool is_missing(const char* file);
 
-  int read_status(const Fd& file, StatusFields& fields);
+  int read_status(Fd file, StatusFields& fields);
   int read_cmd(const Fd& file, CUnixProc::UnixProcData& data);
   int read_stat(const Fd& file, CUnixProc::UnixProcData& data);
   void read_sockets(std::vector<unsigned long>& inodes);

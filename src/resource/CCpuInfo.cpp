@@ -57,10 +57,9 @@ Times sum_times(const CCpuInfo::CpuStat& stat) {
 }  // namespace
 
 int CCpuInfo::get_cpu_stat(CpuStat& stat) {
-  const Fd file = open_to_read("/proc/stat");
-  if (!file) return kNotOpened;
+  Lines<1024> lines(open_to_read("/proc/stat"));
+  if (!lines) return kNotOpened;
   stat.count = 0;
-  Lines<1024> lines(file.get());
   while (lines.next()) {
     CpuStatEnt entry;
     if (!parse_cpu_line(lines.text(), entry)) continue;

@@ -37,9 +37,8 @@ bool parse_mount_line(const std::string& line, CDiskInfo::DiskInfo& info) {
 }  // namespace
 
 int CDiskInfo::get_disk_info(std::vector<DiskInfo>& infos) {
-  const Fd file = open_to_read("/etc/mtab");
-  if (!file) return kNotOpened;
-  Lines<4096> lines(file.get());
+  Lines<4096> lines(open_to_read("/etc/mtab"));
+  if (!lines) return kNotOpened;
   while (lines.next()) {
     DiskInfo info;
     if (parse_mount_line(lines.text(), info)) infos.push_back(std::move(info));

@@ -70,10 +70,9 @@ int CMemInfo::get_mem_usage(double& usage) {
 
 int CMemInfo::get_process_mem_usage(const int& pid, double& usage) {
   const std::string path = "/proc/" + std::to_string(pid) + "/status";
-  const Fd file = open_to_read(path.c_str());
-  if (!file) return kNotRead;
+  Lines<512> lines(open_to_read(path.c_str()));
+  if (!lines) return kNotRead;
   int resident = 0;
-  Lines<512> lines(file.get());
   while (lines.next()) {
     if (!begins_with(lines.line(), "VmRSS")) continue;
     resident = static_cast<int>(kilobytes_after(first_word(lines.text())));

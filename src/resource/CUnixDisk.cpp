@@ -50,9 +50,8 @@ int walk_names(const Tell& tell) {
 }  // namespace
 
 int CUnixDisk::get_disk_info_from_proc(std::vector<std::string>& names) {
-  const Fd file = open_to_read("/proc/partitions");
-  if (!file) return kListNotOpened;
-  Lines<128> lines(file.get());
+  Lines<128> lines(open_to_read("/proc/partitions"));
+  if (!lines) return kListNotOpened;
   while (lines.next()) {
     std::string name = parse_partition_line(lines.text());
     if (begins_with(name, "sd") || begins_with(name, "hd")) names.push_back(std::move(name));

@@ -196,9 +196,8 @@ int CUnixLog::parse_line(const std::string& line, Callback callback, void* conte
 }
 
 int CUnixLog::get_all_log_data(Callback callback, void* context) {
-  const Fd file = open_to_read(file_path().c_str());
-  if (!file) return kFileNotOpened;
-  Lines<kLine> lines(file.get());
+  Lines<kLine> lines(open_to_read(file_path().c_str()));
+  if (!lines) return kFileNotOpened;
   while (lines.next()) {
     const std::string text = rule_text(lines.line());
     if (!text.empty()) parse_line(text, callback, context);

@@ -15,9 +15,8 @@ using namespace detail;
 namespace {
 
 std::string read_installation_directory() {
-  const Fd file = open_to_read("/var/log/version_control");
-  if (!file) return "/usr/local/tarvel_agent";
-  Lines<1024> lines(file.get());
+  Lines<1024> lines(open_to_read("/var/log/version_control"));
+  if (!lines) return "/usr/local/tarvel_agent";
   if (!lines.next()) return {};
   std::string directory(lines.line());
   if (!directory.empty() && directory.back() == '\n') directory.pop_back();
@@ -48,9 +47,7 @@ void CUnixTools::get_oem_and_issue(int& edition, int& distribution) {
 
 std::string CUnixTools::get_agent_names(const char* name) {
   const std::string_view key = or_empty(name);
-  const Fd file = open_to_read((get_tarvel_path() + "/command_control").c_str());
-  if (!file) return {};
-  Lines<128> lines(file.get());
+  Lines<128> lines(open_to_read((get_tarvel_path() + "/command_control").c_str()));
   while (lines.next()) {
     if (!begins_with(lines.line(), key)) continue;
     std::string value = std::string(lines.line()).substr(key.size() + 1);
