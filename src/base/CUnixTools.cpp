@@ -38,14 +38,10 @@ enum Kind : int { kDirectory = 1, kRegular = 2, kLink = 3, kOther = 255 };
 constexpr std::size_t kCopyPathLimit = 1023;
 constexpr std::size_t kRemovePathLimit = 255;
 
-int kind_of(const struct stat& status) {
-  if (S_ISDIR(status.st_mode)) return kDirectory;
-  if (S_ISREG(status.st_mode)) return kRegular;
-  return S_ISLNK(status.st_mode) ? kLink : kOther;
-}
-
-bool is_same(const struct stat& a, const struct stat& b) {
-  return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+int kind_of(const FileStatus& status) {
+  if (status.is(S_IFDIR)) return kDirectory;
+  if (status.is(S_IFREG)) return kRegular;
+  return status.is(S_IFLNK) ? kLink : kOther;
 }
 
 // The part of the name of an entry of `dir` that a path of at most `limit` bytes has room for.
@@ -60,19 +56,18 @@ std::string cut_name(const std::string& dir, const char* name, std::size_t limit
 // True when both paths name the same entry of the same directory, so that unlinking one takes the
 // other. Two links to one file are two entries; a directory has only one.
 bool is_same_entry(const char* a, const char* b) {
-  struct stat first {
-  }, second{};
-  if (::lstat(or_empty(a), &first) != 0 || ::lstat(or_empty(b), &second) != 0) return false;
-  if (!is_same(first, second)) return false;
-  if (S_ISDIR(first.st_mode)) return true;
+  const FileStatus first(a, AT_SYMLINK_NOFOLLOW), second(b, AT_SYMLINK_NOFOLLOW);
+  if (!first || !second || !first.is_same(second)) return false;
+  if (first.is(S_IFDIR)) return true;
   const auto split = [](std::string_view path, std::string& dir) {
     const std::size_t name = path.rfind('/') + 1;  // 0 without any "/"
     dir = name == 0 ? "." : path.substr(0, name);
     return path.substr(name);
   };
   std::string first_dir, second_dir;
-  return split(a, first_dir) == split(b, second_dir) && ::stat(first_dir.c_str(), &first) == 0 &&
-         ::stat(second_dir.c_str(), &second) == 0 && is_same(first, second);
+  if (split(a, first_dir) != split(b, second_dir)) return false;
+  const FileStatus first_parent(first_dir.c_str()), second_parent(second_dir.c_str());
+  return first_parent && second_parent && first_parent.is_same(second_parent);
 }
 
 // Opens what is to be copied. Without blocking, since a link may point to a FIFO that nobody writes
@@ -82,9 +77,8 @@ Fd open_source(const char* path) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
   for (;;) {
     Fd source(::open(or_empty(path), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    if (source || errno != EWOULDBLOCK || std::chrono::steady_clock::now() > deadline) {
-      return source;
-    }
+    const bool is_held = !source && errno == EWOULDBLOCK;
+    if (!is_held || std::chrono::steady_clock::now() > deadline) return source;
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
 }
@@ -113,7 +107,7 @@ int copy_undivided(int kind, const char* source, const char* target) {
 class TreeCopy {
  public:
   // `target` is the target of the whole copy, which does not copy itself.
-  explicit TreeCopy(const char* target) { ::stat(or_empty(target), &top_); }
+  explicit TreeCopy(const char* target) : top_(target) {}
 
   int copy(int parent, const char* name, int flags, const std::string& source,
            const std::string& target) {
@@ -134,17 +128,16 @@ class TreeCopy {
     if (name.empty()) return kNotCopied;
     const std::string source = source_dir + "/" + name;
     const std::string target = join_path(target_dir.c_str(), entry, kCopyPathLimit);
-    struct stat status {};
-    if (::fstatat(dir, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return kOtherKind;
-    if (!S_ISDIR(status.st_mode)) {
+    const FileStatus status(dir, name.c_str(), AT_SYMLINK_NOFOLLOW);
+    if (!status.is(S_IFDIR)) {
       return copy_undivided(kind_of(status), source.c_str(), target.c_str());
     }
-    if (is_same(status, top_)) return kNotCopied;
-    make_target(target.c_str(), status.st_mode);
+    if (status.is_same(top_)) return kNotCopied;
+    make_target(target.c_str(), status->st_mode);
     return copy(dir, name.c_str(), O_NOFOLLOW, source, target);
   }
 
-  struct stat top_ {};
+  FileStatus top_;
 };
 
 // Copies by what the source is.
@@ -169,10 +162,8 @@ bool remove_entries(int parent, const char* name, const std::string& path) {
   while (const char* entry = entries.next()) {
     const std::string cut = cut_name(path, entry, kRemovePathLimit);
     if (cut.empty()) return false;
-    struct stat status {};
     const bool is_directory =
-        ::fstatat(entries.fd(), cut.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
-        S_ISDIR(status.st_mode);
+        FileStatus(entries.fd(), cut.c_str(), AT_SYMLINK_NOFOLLOW).is(S_IFDIR);
     if (::unlinkat(entries.fd(), cut.c_str(), is_directory ? AT_REMOVEDIR : 0) == 0) continue;
     if (!is_directory || (errno != ENOTEMPTY && errno != EEXIST) ||
         !remove_entries(entries.fd(), cut.c_str(), path + "/" + cut) ||
@@ -192,13 +183,12 @@ bool CUnixTools::is_exist_dir(const char* path) {
 }
 
 int CUnixTools::file_type(const char* path) {
-  struct stat status {};
-  return ::lstat(or_empty(path), &status) == 0 ? kind_of(status) : kOther;
+  return kind_of(FileStatus(path, AT_SYMLINK_NOFOLLOW));
 }
 
 unsigned long CUnixTools::read_file_permission(const char* path) {
-  struct stat status {};
-  return ::stat(or_empty(path), &status) == 0 ? status.st_mode : 0;
+  const FileStatus status(path);
+  return status ? status->st_mode : 0;
 }
 
 int CUnixTools::create_file(const char* path, const unsigned long& mode) {
@@ -216,22 +206,18 @@ int CUnixTools::copy_regular_file(const char* source, const char* target) {
   if (!in) return kNotCopied;
   // Nobody else reads the copy before it has the source's mode.
   const Fd out(::open(or_empty(target), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600));
-  struct stat from {
-  }, to{};
-  if (!out || ::fstat(in.get(), &from) != 0 || ::fstat(out.get(), &to) != 0) return kNotCopied;
+  const FileStatus from(in.get()), to(out.get());
   // Still the same: a mount point, which cannot be unlinked.
-  if (is_same(from, to)) return kNotCopied;
-  if (S_ISREG(from.st_mode) && !copy_bytes(in.get(), out.get())) return kNotCopied;
-  ::fchmod(out.get(), from.st_mode & 07777);
+  if (!from || !to || from.is_same(to)) return kNotCopied;
+  if (from.is(S_IFREG) && !copy_bytes(in.get(), out.get())) return kNotCopied;
+  ::fchmod(out.get(), from->st_mode & 07777);
   return kDone;
 }
 
 int CUnixTools::copy_directory(const char* source, const char* target) {
-  if (source == nullptr || target == nullptr || is_same_entry(source, target)) {
-    return kNotCopied;
-  }
+  if (source == nullptr || target == nullptr || is_same_entry(source, target)) return kNotCopied;
   make_target(target, static_cast<mode_t>(read_file_permission(source)));
-  return TreeCopy(target).copy(AT_FDCWD, or_empty(source), 0, or_empty(source), or_empty(target));
+  return TreeCopy(target).copy(AT_FDCWD, source, 0, source, target);
 }
 
 int CUnixTools::copy_file(const char* source, const char* target, const bool& overwrite) {
@@ -255,9 +241,9 @@ int CUnixTools::rm_dir(const char* path) {
 
 int CUnixTools::rm_file(const char* path) {
   if (!exists(path)) return kNoSource;
-  struct stat status {};
-  if (::stat(path, &status) != 0) return kNotExamined;
-  if (S_ISDIR(status.st_mode)) return rm_dir(path);
+  const FileStatus status(path);
+  if (!status) return kNotExamined;
+  if (status.is(S_IFDIR)) return rm_dir(path);
   return ::unlink(path) == 0 ? kDone : kNotRemoved;
 }
 

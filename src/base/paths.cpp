@@ -1,7 +1,5 @@
 #include "base/paths.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,16 +8,6 @@
 namespace utility::detail {
 
 bool exists(const char* path) noexcept { return ::access(or_empty(path), F_OK) == 0; }
-
-bool exists_itself(const char* path) noexcept {
-  struct stat status {};
-  return exists(path) || (::lstat(or_empty(path), &status) == 0 && S_ISLNK(status.st_mode));
-}
-
-bool is_regular_file(const char* path) noexcept {
-  struct stat status {};
-  return ::stat(path, &status) == 0 && S_ISREG(status.st_mode);
-}
 
 bool read_link_at(int dir, const char* path, std::size_t limit, std::string& target) {
   std::array<char, 4096> buffer;

@@ -1,6 +1,10 @@
 #pragma once
 
+#include <fcntl.h>
+#include <sys/stat.h>
+
 #include <string>
+#include <vector>
 
 // Small questions about paths that several families ask.
 namespace utility::detail {
@@ -8,14 +12,44 @@ namespace utility::detail {
 /// Lets a null path be examined as the empty one, which never exists.
 inline const char* or_empty(const char* path) noexcept { return path != nullptr ? path : ""; }
 
+/// What stat(2) tells of a file. Where it tells nothing, the file is of no kind, and errno is set.
+class FileStatus {
+ public:
+  /// Of `path`, links followed unless `flags` has AT_SYMLINK_NOFOLLOW.
+  explicit FileStatus(const char* path, int flags = 0) noexcept
+      : FileStatus(AT_FDCWD, or_empty(path), flags) {}
+  /// Of `name` below the open directory `dir`.
+  FileStatus(int dir, const char* name, int flags = 0) noexcept
+      : is_known_(::fstatat(dir, name, &stat_, flags) == 0) {}
+  /// Of an open file.
+  explicit FileStatus(int fd) noexcept : is_known_(::fstat(fd, &stat_) == 0) {}
+
+  explicit operator bool() const noexcept { return is_known_; }
+  const struct stat* operator->() const noexcept { return &stat_; }
+  /// True for a file of this kind, such as S_IFREG.
+  bool is(mode_t kind) const noexcept { return is_known_ && (stat_.st_mode & S_IFMT) == kind; }
+  bool is_same(const FileStatus& other) const noexcept {
+    return stat_.st_dev == other->st_dev && stat_.st_ino == other->st_ino;
+  }
+
+ private:
+  struct stat stat_ {};
+  bool is_known_;
+};
+
+/// Appends the inode number of `entry`, below the open directory `dir`, if it leads to a socket.
+inline void append_if_socket(int dir, const char* entry, std::vector<unsigned long>& inodes) {
+  const FileStatus status(dir, entry);
+  if (status.is(S_IFSOCK)) inodes.push_back(status->st_ino);
+}
+
 /// True when `path` exists (links followed, so a dangling link does not).
 bool exists(const char* path) noexcept;
 
 /// The same, but a dangling link exists too.
-bool exists_itself(const char* path) noexcept;
-
-/// True when `path` is a regular file, links followed.
-bool is_regular_file(const char* path) noexcept;
+inline bool exists_itself(const char* path) noexcept {
+  return exists(path) || FileStatus(path, AT_SYMLINK_NOFOLLOW).is(S_IFLNK);
+}
 
 /// Reads the link `path`, relative to the open directory `dir` (AT_FDCWD for the caller's).
 ///

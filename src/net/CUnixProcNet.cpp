@@ -111,16 +111,6 @@ void append_records(const std::vector<Match>& matches, std::vector<ProcNetInfo>&
   }
 }
 
-// `examine` gets an entry's name and fills its status, links followed; 0 on success.
-template <class Examine>
-void append_socket_inodes(DirWalk& fds, Examine examine, std::vector<unsigned long>& inodes) {
-  while (const char* name = fds.next()) {
-    struct stat status {};
-    if (!CUnixProcNet::is_proc_info_dir(name) || examine(name, status) != 0) continue;
-    if (S_ISSOCK(status.st_mode)) inodes.push_back(status.st_ino);
-  }
-}
-
 int read_link(int dir, const char* path, std::string& target) {
   if (read_link_at(dir, path, kPathLimit, target)) return kDone;
   if (errno != EACCES) return kCannotReadLink;
@@ -183,10 +173,10 @@ int CUnixProcNet::get_proc_socket_inodes(const char* fd_dir, std::vector<unsigne
   if (fd_dir == nullptr) return kNoDirectory;
   DirWalk fds(fd_dir);
   if (!fds) return kCannotOpenDirectory;
-  const auto examine = [fd_dir](const char* name, struct stat& status) {
-    return ::stat(make_proc_path(fd_dir, name, nullptr).c_str(), &status);
-  };
-  append_socket_inodes(fds, examine, inodes);
+  while (const char* name = fds.next()) {
+    if (!is_proc_info_dir(name)) continue;
+    append_if_socket(AT_FDCWD, make_proc_path(fd_dir, name, nullptr).c_str(), inodes);
+  }
   return inodes.empty() ? kNoSocket : kDone;
 }
 
@@ -211,10 +201,9 @@ int CUnixProcNet::get_proc_net_info(std::vector<ProcNetInfo>& out) {
     const std::string name = procs.name();
     DirWalk fds(procs.fd(), (name + "/fd").c_str());
     inodes.clear();
-    const auto examine = [&fds](const char* fd, struct stat& status) {
-      return ::fstatat(fds.fd(), fd, &status, 0);
-    };
-    append_socket_inodes(fds, examine, inodes);
+    while (const char* fd = fds.next()) {
+      if (is_decimal(fd)) append_if_socket(fds.fd(), fd, inodes);
+    }
     if (inodes.empty()) continue;
     if (read_link(procs.fd(), (name + "/root").c_str(), root) != kDone) continue;
     find_matches(procs.pid(), inodes, roots.try_emplace(root, root).first->second.index, matches);

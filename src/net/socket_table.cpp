@@ -84,8 +84,7 @@ std::string ipv4_text(const unsigned char* bytes) {
 
 Fd open_table(const char* path) noexcept {
   Fd table(retry([path] { return ::open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC); }));
-  struct stat status {};
-  if (table && (::fstat(table.get(), &status) != 0 || !S_ISREG(status.st_mode))) table.reset();
+  if (!FileStatus(table.get()).is(S_IFREG)) table.reset();
   return table;
 }
 

@@ -43,10 +43,9 @@ bool leads_to_directory(const std::string& dir) {
   constexpr std::size_t kMaxTarget = 260;
   std::string path = dir;
   for (int readings = 0;; ++readings) {
-    struct stat status {};
-    if (::lstat(path.c_str(), &status) != 0) return false;
-    if (S_ISDIR(status.st_mode)) return true;
-    if (!S_ISLNK(status.st_mode) || readings == kMaxReadings) return false;
+    const FileStatus status(path.c_str(), AT_SYMLINK_NOFOLLOW);
+    if (status.is(S_IFDIR)) return true;
+    if (!status.is(S_IFLNK) || readings == kMaxReadings) return false;
     if (!read_link_at(AT_FDCWD, dir.c_str(), kMaxTarget, path)) return false;
   }
 }
@@ -107,7 +106,7 @@ void close_below(unsigned int limit) {
 
 int CUnixProc::create_proc(const std::string& executable, const std::string& args,
                            const std::string& dir, const std::string& user, char** envp) {
-  if (executable.empty() || !is_regular_file(executable.c_str())) return kUnusable;
+  if (executable.empty() || !FileStatus(executable.c_str()).is(S_IFREG)) return kUnusable;
   if (!leads_to_directory(dir)) return kUnusable;
   const std::optional<unsigned int> open_files = open_file_limit();
   if (!open_files) return kNoLimit;

@@ -33,19 +33,12 @@ int read_joined(const Fd& file, char* buffer, int limit, std::string& text) {
 
 int find_executable(std::string_view line, int dir, const char* exe, std::string& path) {
   std::string found(first_piece(line));
-  if (found.empty() || found.front() != '/' || !is_regular_file(found.c_str())) {
+  if (found.empty() || found.front() != '/' || !FileStatus(found.c_str()).is(S_IFREG)) {
     if (!read_link_at(dir, exe, 4096, found)) return kNoExecutable;
     CStr::trim(found);
   }
   path = std::move(found);
   return kDone;
-}
-
-void append_if_socket(int dir, const char* entry, std::vector<unsigned long>& inodes) {
-  struct stat status {};
-  if (::fstatat(dir, entry, &status, 0) == 0 && S_ISSOCK(status.st_mode)) {
-    inodes.push_back(status.st_ino);
-  }
 }
 
 ProcessReader::ProcessReader(int dir, const char* prefix)

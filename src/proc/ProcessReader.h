@@ -17,9 +17,6 @@ int read_joined(const Fd& file, char* buffer, int limit, std::string& text);
 /// `exe` below the open directory `dir`. As CUnixProc::get_proc_name_ext: 0, or 10.
 int find_executable(std::string_view line, int dir, const char* exe, std::string& path);
 
-/// Appends the inode number of `entry`, below the open directory `dir`, if it leads to a socket.
-void append_if_socket(int dir, const char* entry, std::vector<unsigned long>& inodes);
-
 /// Fills the records of a walk over the process table.
 ///
 /// Opens each file of a process once and reads it with one call; 17 calls and one for each

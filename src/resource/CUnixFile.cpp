@@ -141,19 +141,16 @@ class TreeDelete {
         if (!ascend()) return kStopped;
         continue;
       }
-      struct stat status {};
-      if (::fstatat(walk.fd(), entry, &status, AT_SYMLINK_NOFOLLOW) != 0) {
-        return levels_.size() == 1 ? kNotExamined : kStopped;
-      }
-      if (!remove(walk.fd(), entry, S_ISDIR(status.st_mode))) return kStopped;
+      const FileStatus status(walk.fd(), entry, AT_SYMLINK_NOFOLLOW);
+      if (!status) return levels_.size() == 1 ? kNotExamined : kStopped;
+      if (!remove(walk.fd(), entry, status.is(S_IFDIR))) return kStopped;
     }
   }
 
  private:
   struct Level {
     std::string name;
-    dev_t device;
-    ino_t inode;
+    FileStatus status;
     std::unique_ptr<DirWalk> walk;  // null where it is not among the deepest few
   };
   static constexpr std::size_t kOpenLevels = 16;
@@ -163,19 +160,17 @@ class TreeDelete {
   bool remove(int dir, const char* entry, bool is_directory) {
     const std::string name = CConv::utf8_to_gbk_string(entry);
     if (!is_entry_name(name)) return false;
-    struct stat status {};
-    const bool enters = is_directory &&
-                        ::fstatat(dir, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
-                        S_ISDIR(status.st_mode);
+    const bool enters =
+        is_directory && FileStatus(dir, name.c_str(), AT_SYMLINK_NOFOLLOW).is(S_IFDIR);
     return enters ? descend(dir, name) : remove_at(dir, name.c_str());
   }
 
   bool descend(int parent, const std::string& name) {
     auto walk = std::make_unique<DirWalk>(parent, name.c_str(), O_NOFOLLOW);
-    struct stat status {};
-    if (!*walk || ::fstat(walk->fd(), &status) != 0) return false;
+    const FileStatus status(walk->fd());
+    if (!status) return false;
     if (levels_.size() >= kOpenLevels) levels_[levels_.size() - kOpenLevels].walk.reset();
-    levels_.push_back({name, status.st_dev, status.st_ino, std::move(walk)});
+    levels_.push_back({name, status, std::move(walk)});
     return true;
   }
 
@@ -186,12 +181,8 @@ class TreeDelete {
     Level& level = levels_.back();
     if (!level.walk) {
       level.walk = std::make_unique<DirWalk>(child.walk->fd(), "..");
-      struct stat status {};
       // Not the same: the tree was moved to another place meanwhile.
-      if (!*level.walk || ::fstat(level.walk->fd(), &status) != 0 ||
-          status.st_dev != level.device || status.st_ino != level.inode) {
-        return false;
-      }
+      if (!FileStatus(level.walk->fd()).is_same(level.status)) return false;
     }
     return ::unlinkat(level.walk->fd(), child.name.c_str(), AT_REMOVEDIR) == 0;
   }
@@ -300,8 +291,7 @@ int CUnixFile::get_quota_disk(int (*callback)(const std::string&, void*), void* 
   if (!table) return kNoMountTable;
   mntent entry{};
   std::array<char, 4096> line;  // what getmntent() has, which is not re-entrant
-  while (::getmntent_r(table.get(), &entry, line.data(), static_cast<int>(line.size())) !=
-         nullptr) {
+  while (::getmntent_r(table.get(), &entry, line.data(), line.size()) != nullptr) {
     if (!is_one_of(kWithQuota, entry.mnt_type)) continue;
     if (stops<std::string>(callback, entry.mnt_dir, context)) return kStopped;
   }
@@ -312,11 +302,11 @@ int CUnixFile::delete_item(const std::string& path, bool recursive) {
   if (path.empty()) return kEmptyPath;
   if (!exists_itself(path.c_str())) return kMissing;
   if (recursive) {
-    struct stat status {};
     // With a slash at its end, a link would show the directory that it leads to.
     const std::string item = without_end_slashes(path.substr(0, path.find('\0')));
-    if (::lstat(item.c_str(), &status) != 0) return kNotExamined;
-    if (const int result = S_ISDIR(status.st_mode) ? TreeDelete().run(item) : kDone) return result;
+    const FileStatus status(item.c_str(), AT_SYMLINK_NOFOLLOW);
+    if (!status) return kNotExamined;
+    if (const int result = status.is(S_IFDIR) ? TreeDelete().run(item) : kDone) return result;
   }
   return std::remove(path.c_str()) == 0 ? kDone : kNotRemoved;
 }

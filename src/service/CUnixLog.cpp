@@ -6,6 +6,7 @@
 
 #include "base/callback.h"
 #include "base/io.h"
+#include "base/paths.h"
 #include "base/text.h"
 #include "service/service_command.h"
 #include "utility/CStr.h"
@@ -78,9 +79,9 @@ struct ExistContext {
 
 // kDone for an existing regular file, else the code that refuses it as an action.
 int check_action(const std::string& path) {
-  struct stat status {};
-  if (::stat(path.c_str(), &status) != 0 && errno == ENOENT) return kActionMissing;
-  return S_ISREG(status.st_mode) ? kDone : kActionNoFile;
+  const FileStatus status(path.c_str());
+  if (!status && errno == ENOENT) return kActionMissing;
+  return status.is(S_IFREG) ? kDone : kActionNoFile;
 }
 
 // What is left of `line`, selectors `selectors`, when the selector `key` at `at` goes.

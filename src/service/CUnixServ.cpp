@@ -3,6 +3,7 @@
 #include "base/callback.h"
 #include "base/dir_walk.h"
 #include "base/io.h"
+#include "base/paths.h"
 #include "base/text.h"
 #include "service/service_command.h"
 
@@ -74,8 +75,7 @@ int CUnixServ::get_serv_data(const std::string& name, UnixServData& data) {
 }
 
 bool CUnixServ::is_ignored_file(const std::string& name) {
-  struct stat status {};
-  if (::stat(script_path(name).c_str(), &status) == 0 && S_ISDIR(status.st_mode)) return true;
+  if (FileStatus(script_path(name).c_str()).is(S_IFDIR)) return true;
   const std::size_t dot = name.rfind('.');
   return dot != std::string::npos && is_one_of(kLeftovers, std::string_view(name).substr(dot + 1));
 }
