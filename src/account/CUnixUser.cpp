@@ -18,8 +18,7 @@ using namespace detail;
 
 namespace {
 
-// The options that turn `current` into `wanted`. Only the comment is quoted; an empty home has to
-// be an argument all the same.
+// The options that turn `current` into `wanted`. An empty home has to be an argument all the same.
 std::string usermod_options(const CUnixUser::UnixUserData& wanted,
                             const CUnixUser::UnixUserData& current) {
   std::string options;

@@ -42,8 +42,7 @@ Secret password_line(const std::string& name, const std::string& password) {
   ::_exit(127);
 }
 
-// Keeps SIGPIPE from this thread while it lives. The process's action for the signal stays as it
-// is, since other threads rely on it.
+// Keeps SIGPIPE from this thread while it lives. Other threads rely on the process's action for it.
 class SigpipeGuard {
  public:
   SigpipeGuard() noexcept {

@@ -44,9 +44,8 @@ int kind_of(const FileStatus& status) {
   return status.is(S_IFLNK) ? kLink : kOther;
 }
 
-// The part of the name of an entry of `dir` that a path of at most `limit` bytes has room for.
-// Empty where that is none of it, or leads back: descending there would never end, or would take
-// what is not ours.
+// As much of an entry's name as a path of at most `limit` bytes below `dir` has room for. Empty
+// where that is nothing, or leads back: descending there would never end, or take what is not ours.
 std::string cut_name(const std::string& dir, const char* name, std::size_t limit) {
   if (dir.size() + 1 >= limit) return {};
   std::string cut(name, ::strnlen(name, limit - dir.size() - 1));
@@ -153,9 +152,8 @@ int check_endpoints(const char* source, const char* target, bool overwrite) {
   return exists(target) && !overwrite ? kTargetExists : kDone;
 }
 
-// Removes everything in the directory `name` of the open directory `parent`, whose whole path is
-// `path`. By name within the open directory: an entry that becomes a link meanwhile is not
-// followed.
+// Removes what is in the directory `name` of the open directory `parent`, in all `path`. By name
+// within the open directory: an entry that becomes a link meanwhile is not followed.
 bool remove_entries(int parent, const char* name, const std::string& path) {
   DirWalk entries(parent, name, O_NOFOLLOW);
   if (!entries) return false;
@@ -262,8 +260,7 @@ int CUnixTools::mkdir_parents(const std::string& path, const unsigned long& mode
 
 int CUnixTools::exec_cmd(const char* command) {
   if (command == nullptr) return kNoCommand;
-  // Bits 8 to 15 only: a command that a signal ended counts as done here, and a call that failed
-  // (-1) reads as 255.
+  // Bits 8 to 15 only: a command that a signal ended counts as done, a failed call reads as 255.
   return (std::system(command) >> 8) & 0xFF;
 }
 

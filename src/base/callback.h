@@ -2,8 +2,7 @@
 
 namespace utility::detail {
 
-/// Hands `record` to an enumeration's callback; true when it asks to stop. A null callback is told
-/// nothing and never stops a walk.
+/// Hands `record` to a walk's callback; true when it asks to stop. A null callback never does.
 template <class Record>
 bool stops(int (*callback)(const Record&, void*), const Record& record, void* context) {
   return callback != nullptr && callback(record, context) != 0;

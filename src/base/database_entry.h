@@ -9,8 +9,7 @@
 
 namespace utility::detail {
 
-/// One entry of a database of the C library (users, groups, hosts, services), as the *_r look-ups
-/// find it, in memory of its own.
+/// One entry of a database of the C library, as the *_r look-ups find it, in memory of its own.
 template <class Entry>
 class DatabaseEntry {
  public:

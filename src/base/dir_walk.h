@@ -13,21 +13,33 @@ namespace utility::detail {
 
 /// The entries of a directory in listing order, without "." and "..".
 ///
-/// Reads the kernel's records itself: a DIR costs two more calls for each directory, which counts
-/// where every process's descriptors are listed. Takes nothing from the heap, so that a child may
-/// use it between fork and exec.
+/// Reads the kernel's records itself: a DIR costs two more calls for each directory, and memory
+/// from the heap, which a child may not take between fork and exec.
 class DirWalk {
  public:
   explicit DirWalk(const char* path) noexcept : DirWalk(AT_FDCWD, path) {}
-  /// Opens `name` relative to the open directory `parent`. With O_NOFOLLOW in `flags`, a link as
-  /// its last component is refused.
-  DirWalk(int parent, const char* name, int flags = 0) noexcept;
+  /// Opens `name` below the open directory `parent`; a link only without O_NOFOLLOW in `flags`.
+  DirWalk(int parent, const char* name, int flags = 0) noexcept
+      : fd_(::openat(parent, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC | flags)) {}
 
   /// False when the directory could not be opened; `next` then yields nothing.
   explicit operator bool() const noexcept { return static_cast<bool>(fd_); }
 
   /// The name of the next entry, or null after the last one. Valid until the next call.
-  const char* next() noexcept;
+  const char* next() noexcept {
+    for (;;) {
+      if (at_ == filled_) {
+        const ssize_t count = fd_ ? ::getdents64(fd_.get(), block_.data(), block_.size()) : 0;
+        if (count <= 0) return nullptr;
+        at_ = 0;
+        filled_ = static_cast<std::size_t>(count);
+      }
+      const auto* entry = reinterpret_cast<const dirent64*>(block_.data() + at_);
+      at_ += entry->d_reclen;
+      const char* name = entry->d_name;
+      if (std::strcmp(name, ".") != 0 && std::strcmp(name, "..") != 0) return name;
+    }
+  }
 
   /// The open directory, for the *at() calls.
   int fd() const noexcept { return fd_.get(); }
@@ -62,7 +74,12 @@ class ProcWalk {
   explicit operator bool() const noexcept { return static_cast<bool>(dir_); }
 
   /// Goes to the next process; false after the last one.
-  bool next() noexcept;
+  bool next() noexcept {
+    do {
+      name_ = dir_.next();
+    } while (name_ != nullptr && !is_process_(name_));
+    return name_ != nullptr;
+  }
 
   /// The entry in hand: its name and the number that it reads as.
   const char* name() const noexcept { return name_; }

@@ -7,8 +7,7 @@
 #include <new>
 #include <utility>
 
-// Owners of what the C library hands out. Everything that the library opens lives in one of these,
-// so that it is released on every path.
+// Everything that the library opens lives in one of these, so that it is released on every path.
 namespace utility::detail {
 
 struct FileCloser {

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdlib>
 #include <string>
 #include <string_view>
 
@@ -70,11 +71,9 @@ inline void take_over_rights(int from, int to) noexcept {
   ::fchmod(to, st.st_mode & 07777);
 }
 
-/// Waits until `events` of poll(2) come true on `fd`, at most `milliseconds` in all, however often
-/// a signal interrupts; without limit when that is negative. Returns 1, 0 when the time is over, or
-/// -1 when it cannot wait.
-///
-/// Not select(2): the agent may hold more descriptors than a set of those has room for.
+/// Waits until `events` of poll(2) come true on `fd`, at most `milliseconds` in all, without limit
+/// when negative. Returns 1, 0 when the time is over, or -1 when it cannot wait. Not select(2): the
+/// agent may hold more descriptors than a set of those has room for.
 int wait_for_events(int fd, short events, int milliseconds) noexcept;
 
 /// Waits for the end of `child`, whose status is not kept; false when there is no such child.
@@ -82,8 +81,11 @@ inline bool wait_for(pid_t child) noexcept {
   return retry([child] { return ::waitpid(child, nullptr, 0); }) == child;
 }
 
-/// Runs `command` in a shell, appends all that it prints and awaits its end; false when it could
-/// not be started.
+/// Runs `command` in a shell to its end. True only for an exit with 0: unlike CUnixTools::exec_cmd,
+/// this takes a command that a signal ended for a failed one.
+inline bool succeeds(const std::string& command) { return std::system(command.c_str()) == 0; }
+
+/// Runs `command` in a shell to its end and appends all that it prints; false when none started.
 bool read_command(const char* command, std::string& output);
 
 /// Cuts the next line off `rest`: up to its line feed, which it keeps, but at most `most` bytes.
@@ -91,9 +93,8 @@ std::string_view take_line(std::string_view& rest, std::size_t most) noexcept;
 
 /// The lines of a file or of a text, cut as fgets() cuts them.
 ///
-/// Where a line is cut is part of what callers promise: a room of N bytes yields pieces of at most
-/// N - 1, and a longer line comes in several. The room is part of the object (see `Lines`), so that
-/// reading lines has no failure of its own.
+/// Callers promise where lines are cut: a room of N bytes yields pieces of at most N - 1. The room
+/// is part of the object (see `Lines`), so that reading lines has no failure of its own.
 class LineSource {
  public:
   LineSource(const LineSource&) = delete;
@@ -142,8 +143,7 @@ class Lines final : public LineSource {
   explicit Lines(std::string_view text) noexcept : LineSource({}, text, nullptr, piece_, Room) {}
 
  private:
-  // Neither is cleared: only what was read is ever looked at. Plain arrays, whose place the base
-  // may be told before they exist.
+  // Not cleared: only what was read is looked at. The base may be told of arrays before they exist.
   char block_[kBlock];
   char piece_[Room];
 };

@@ -2,7 +2,10 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <string>
 #include <vector>
 
@@ -44,7 +47,7 @@ inline void append_if_socket(int dir, const char* entry, std::vector<unsigned lo
 }
 
 /// True when `path` exists (links followed, so a dangling link does not).
-bool exists(const char* path) noexcept;
+inline bool exists(const char* path) noexcept { return ::access(or_empty(path), F_OK) == 0; }
 
 /// The same, but a dangling link exists too.
 inline bool exists_itself(const char* path) noexcept {
@@ -55,12 +58,26 @@ inline bool exists_itself(const char* path) noexcept {
 ///
 /// At most `limit` bytes of the target are kept; `limit` is at most 4096. False, with errno set and
 /// `target` untouched, when it is no readable link.
-bool read_link_at(int dir, const char* path, std::size_t limit, std::string& target);
+inline bool read_link_at(int dir, const char* path, std::size_t limit, std::string& target) {
+  std::array<char, 4096> buffer;
+  const ssize_t length = ::readlinkat(dir, path, buffer.data(), std::min(limit, buffer.size()));
+  if (length < 0) return false;
+  target.assign(buffer.data(), static_cast<std::size_t>(length));
+  return true;
+}
 
 /// `path` without the slashes at its end: with them, a link would be followed whatever the call.
-std::string without_end_slashes(std::string path);
+inline std::string without_end_slashes(std::string path) {
+  while (path.size() > 1 && path.back() == '/') path.pop_back();
+  return path;
+}
 
 /// `dir` + "/" + `name`, cut to at most `limit` bytes.
-std::string join_path(const char* dir, const char* name, std::size_t limit);
+inline std::string join_path(const char* dir, const char* name, std::size_t limit) {
+  std::string path(dir);
+  path.append("/").append(name);
+  if (path.size() > limit) path.resize(limit);
+  return path;
+}
 
 }  // namespace utility::detail

@@ -1,12 +1,10 @@
 #include "utility/Base64.h"
 
 #include <array>
-#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <memory>
 #include <new>
-#include <utility>
 
 namespace utility {
 namespace {
@@ -159,6 +157,20 @@ bool decode_clean(unsigned char* out, std::size_t out_size, const unsigned char*
   return true;
 }
 
+/// Decodes `size` characters, a multiple of 4, and hands the bytes out; false, with nothing handed
+/// out, where they need a filter and are not `filtered`.
+bool decode_text(unsigned char*& out, unsigned long& out_len, const unsigned char* in,
+                 std::size_t size, bool filtered) noexcept {
+  const std::size_t count = decoded_size(in, size);
+  Bytes bytes = make_bytes(count);
+  if (bytes && !decode_clean(bytes.get(), count, in)) {
+    if (!filtered) return false;
+    decode_filtered(bytes.get(), count, in);
+  }
+  hand_out(out, out_len, std::move(bytes), count);
+  return true;
+}
+
 using BufferForm = void (*)(unsigned char*&, unsigned long&, const unsigned char*, unsigned long);
 
 /// A buffer form's result as a string; empty where nothing is handed out.
@@ -192,28 +204,12 @@ void Base64::removeNonBase64Chars(unsigned char*& out, unsigned long& outLen,
 void Base64::decode(unsigned char*& out, unsigned long& outLen, const unsigned char* in,
                     unsigned long inLen) {
   outLen = 0;
-  if (inLen == 0) return;
-  if (inLen % 4 == 0) {
-    const std::size_t size = decoded_size(in, inLen);
-    Bytes bytes = make_bytes(size);
-    if (!bytes) return;
-    if (decode_clean(bytes.get(), size, in)) {
-      hand_out(out, outLen, std::move(bytes), size);
-      return;
-    }
-  }
-
+  if (inLen == 0 || (inLen % 4 == 0 && decode_text(out, outLen, in, inLen, false))) return;
   unsigned char* kept = nullptr;
   unsigned long count = 0;
   removeNonBase64Chars(kept, count, in, inLen);
   const Bytes filtered(kept);
-  if (!filtered || count % 4 != 0) return;
-  const std::size_t size = decoded_size(filtered.get(), count);
-  Bytes bytes = make_bytes(size);
-  if (bytes && !decode_clean(bytes.get(), size, filtered.get())) {
-    decode_filtered(bytes.get(), size, filtered.get());
-  }
-  hand_out(out, outLen, std::move(bytes), size);
+  if (filtered && count % 4 == 0) decode_text(out, outLen, kept, count, true);
 }
 
 std::string Base64::encode(const std::string& bytes) { return run(encode, bytes); }

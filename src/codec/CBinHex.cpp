@@ -1,12 +1,13 @@
 #include "utility/CBinHex.h"
 
-#include <cstddef>
 #include <limits>
 
 #include "base/handles.h"
 #include "base/hex.h"
 
 namespace utility {
+
+using namespace detail;
 
 int CBinHex::bin2hex(const void* in, int inLen, char* out, int outSize) {
   const long long needed = 2LL * inLen;
@@ -15,8 +16,7 @@ int CBinHex::bin2hex(const void* in, int inLen, char* out, int outSize) {
     return needed > kMax ? kMax : static_cast<int>(needed);
   }
   if (inLen > 0) {
-    detail::put_hex(out, static_cast<const unsigned char*>(in), static_cast<std::size_t>(inLen),
-                    'A');
+    put_hex(out, static_cast<const unsigned char*>(in), static_cast<std::size_t>(inLen), 'A');
   }
   return 0;
 }
@@ -24,22 +24,22 @@ int CBinHex::bin2hex(const void* in, int inLen, char* out, int outSize) {
 int CBinHex::hex2bin(const char* in, int inLen, void* out, int outSize) {
   const int needed = inLen / 2 + (inLen & 1);
   if (2LL * outSize < inLen) return needed;
-  if (inLen > 0) detail::read_hex(static_cast<char*>(out), in, static_cast<std::size_t>(needed));
+  if (inLen > 0) read_hex(static_cast<char*>(out), in, static_cast<std::size_t>(needed));
   return 0;
 }
 
 std::string CBinHex::simple_bin2hex(const std::string& bytes) {
-  const detail::Buffer text = detail::make_buffer(2 * bytes.size() + 1);
+  const Buffer text = make_buffer(2 * bytes.size() + 1);
   if (!text) return {};
   const auto* in = reinterpret_cast<const unsigned char*>(bytes.data());
-  return {text.get(), detail::put_hex(text.get(), in, bytes.size(), 'A')};
+  return {text.get(), put_hex(text.get(), in, bytes.size(), 'A')};
 }
 
 std::string CBinHex::simple_hex2bin(const std::string& text) {
   const std::size_t size = (text.size() + 1) / 2;
-  const detail::Buffer bytes = detail::make_buffer(size + 1);
+  const Buffer bytes = make_buffer(size + 1);
   if (!bytes) return {};
-  detail::read_hex(bytes.get(), text.data(), size);
+  read_hex(bytes.get(), text.data(), size);
   return bytes.get();
 }
 

@@ -1,19 +1,19 @@
 #include "utility/CConv.h"
 
 #include <charconv>
-#include <cstddef>
 #include <cstring>
 #include <cwchar>
 #include <limits>
-#include <memory>
-#include <new>
-#include <string_view>
 
 #include "base/handles.h"
 #include "base/hex.h"
 #include "base/iconv.h"
+#include "base/paths.h"
 
 namespace utility {
+
+using namespace detail;
+
 namespace {
 
 struct CodeSets {
@@ -27,7 +27,7 @@ constexpr CodeSets kUtf8ToUnicode = {"UTF-8", "UNICODE"};
 
 std::size_t convert(const CodeSets& sets, const void* in, std::size_t in_size, void* out,
                     std::size_t out_size) noexcept {
-  detail::Iconv converter(sets.to, sets.from);
+  Iconv converter(sets.to, sets.from);
   if (!converter) return 0;
   std::string_view bytes(static_cast<const char*>(in), in_size);
   char* end = static_cast<char*>(out);
@@ -50,14 +50,14 @@ int convert_buffer(const CodeSets& sets, const void* in, std::size_t units, std:
   return as_int(convert(sets, in, units, out, room));
 }
 
-/// The narrow string forms: whatever was converted, even before a failure.
-std::string convert_text(const CodeSets& sets, const char* text, std::size_t growth) {
-  if (text == nullptr || *text == '\0') return {};
-  const std::size_t length = std::strlen(text);
-  const std::size_t size = length * growth + 1;
-  const detail::Buffer buffer = detail::make_buffer(size);
-  if (!buffer) return {};
-  convert(sets, text, length, buffer.get(), size);
+/// The string forms that give narrow text: whatever was converted, even before a failure, or with
+/// `whole` only what was converted to its end.
+std::string convert_text(const CodeSets& sets, const void* text, std::size_t units,
+                         std::size_t growth, bool whole) {
+  const std::size_t size = units * growth + 1;
+  const Buffer buffer = make_buffer(size);
+  if (units == 0 || !buffer) return {};
+  if (convert(sets, text, units, buffer.get(), size) == 0 && whole) return {};
   return {buffer.get(), ::strnlen(buffer.get(), size)};
 }
 
@@ -91,20 +91,15 @@ int CConv::utf8_to_unicode(const char* in, wchar_t* out, int outSize) {
 }
 
 std::string CConv::gbk_to_utf8_string(const char* text) {
-  return convert_text(kGbkToUtf8, text, 3);
+  return convert_text(kGbkToUtf8, text, std::strlen(or_empty(text)), 3, false);
 }
 
 std::string CConv::utf8_to_gbk_string(const char* text) {
-  return convert_text(kUtf8ToGbk, text, 1);
+  return convert_text(kUtf8ToGbk, text, std::strlen(or_empty(text)), 1, false);
 }
 
 std::string CConv::unicode_to_utf8_string(const wchar_t* text) {
-  if (text == nullptr) return {};
-  const std::size_t length = std::wcslen(text);
-  const std::size_t size = length * 6 + 1;
-  const detail::Buffer buffer = detail::make_buffer(size);
-  if (!buffer || convert(kUnicodeToUtf8, text, length, buffer.get(), size) == 0) return {};
-  return {buffer.get(), ::strnlen(buffer.get(), size)};
+  return text == nullptr ? "" : convert_text(kUnicodeToUtf8, text, std::wcslen(text), 6, true);
 }
 
 std::wstring CConv::utf8_to_unicode_string(const char* text) {
@@ -119,7 +114,7 @@ std::wstring CConv::utf8_to_unicode_string(const char* text) {
 
 std::string CConv::url_encode(const std::string& text) {
   const std::size_t length = std::strlen(text.c_str());
-  const detail::Buffer buffer = detail::make_buffer(3 * length + 1);
+  const Buffer buffer = make_buffer(3 * length + 1);
   if (!buffer) return {};
   char* end = buffer.get();
   for (std::size_t i = 0; i < length; ++i) {
@@ -131,7 +126,7 @@ std::string CConv::url_encode(const std::string& text) {
     } else {
       *end++ = '%';
       const auto byte = static_cast<unsigned char>(c);
-      end = detail::put_hex(end, &byte, 1, 'A');
+      end = put_hex(end, &byte, 1, 'A');
     }
   }
   return {buffer.get(), end};

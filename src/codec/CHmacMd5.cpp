@@ -1,7 +1,6 @@
 #include "utility/CHmacMd5.h"
 
 #include <array>
-#include <cstddef>
 #include <cstring>
 
 #include "base/handles.h"
@@ -9,6 +8,9 @@
 #include "utility/MD5.h"
 
 namespace utility {
+
+using namespace detail;
+
 namespace {
 
 constexpr std::size_t kBlock = 64;
@@ -67,9 +69,9 @@ int CHmacMd5::hmac_md5(const char* text, int textLen, char* key, int keyLen, cha
 
 std::string CHmacMd5::checksumtostring(char* digest) {
   if (digest == nullptr) return {};
-  const detail::Buffer text = detail::make_buffer(2 * kDigest + 1);
+  const Buffer text = make_buffer(2 * kDigest + 1);
   if (!text) return {};
-  detail::put_hex(text.get(), reinterpret_cast<const unsigned char*>(digest), kDigest, 'a');
+  put_hex(text.get(), reinterpret_cast<const unsigned char*>(digest), kDigest, 'a');
   return text.get();
 }
 

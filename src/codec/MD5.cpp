@@ -1,7 +1,6 @@
 #include "utility/MD5.h"
 
 #include <array>
-#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <utility>
@@ -87,15 +86,12 @@ void transform(unsigned int* state, const void* message, std::size_t count) noex
   std::uint32_t c = state[2];
   std::uint32_t d = state[3];
   for (; count > 0; --count, block += kBlock) {
-    const std::uint32_t a_before = a;
-    const std::uint32_t b_before = b;
-    const std::uint32_t c_before = c;
-    const std::uint32_t d_before = d;
+    const std::array<std::uint32_t, 4> before{a, b, c, d};
     all_steps(a, b, c, d, block, std::make_index_sequence<16>());
-    a += a_before;
-    b += b_before;
-    c += c_before;
-    d += d_before;
+    a += before[0];
+    b += before[1];
+    c += before[2];
+    d += before[3];
   }
   state[0] = a;
   state[1] = b;

@@ -2,17 +2,16 @@
 
 #include <algorithm>
 #include <array>
-#include <cstddef>
-#include <cstdio>
 #include <limits>
-#include <new>
-#include <string_view>
 
 #include "base/handles.h"
 #include "base/hex.h"
 #include "utility/MD5.h"
 
 namespace utility {
+
+using namespace detail;
+
 namespace {
 
 // Large enough for the system calls not to count, small enough for any thread's stack. The digest
@@ -23,14 +22,14 @@ constexpr std::size_t kDigest = 16;
 
 std::string to_text(const unsigned char* digest) {
   std::string text(2 * kDigest, '\0');
-  detail::put_hex(text.data(), digest, kDigest, 'a');
+  put_hex(text.data(), digest, kDigest, 'a');
   return text;
 }
 
 std::string finish(MD5::MD5_CTX& context) {
-  std::array<unsigned char, kDigest> digest{};
-  MD5::MD5Final(digest.data(), &context);
-  return to_text(digest.data());
+  unsigned char digest[kDigest];
+  MD5::MD5Final(digest, &context);
+  return to_text(digest);
 }
 
 }  // namespace
@@ -44,19 +43,17 @@ std::string md5wrapper::getHashFromString(const std::string& text) { return hash
 std::string md5wrapper::hashit(const std::string& text) {
   MD5::MD5_CTX context;
   MD5::MD5Init(&context);
-  std::string_view rest = text;
-  while (!rest.empty()) {
-    constexpr std::size_t kMost = std::numeric_limits<unsigned int>::max();
-    const std::size_t size = std::min(rest.size(), kMost);
-    auto* bytes = reinterpret_cast<unsigned char*>(const_cast<char*>(rest.data()));
-    MD5::MD5Update(&context, bytes, static_cast<unsigned int>(size));
-    rest.remove_prefix(size);
+  constexpr std::size_t kMost = std::numeric_limits<unsigned int>::max();
+  for (std::size_t at = 0; at < text.size(); at += kMost) {
+    auto* bytes = reinterpret_cast<unsigned char*>(const_cast<char*>(text.data())) + at;
+    const auto size = static_cast<unsigned int>(std::min(text.size() - at, kMost));
+    MD5::MD5Update(&context, bytes, size);
   }
   return finish(context);
 }
 
 std::string md5wrapper::getHashFromFile(const std::string& path) {
-  const detail::File file = detail::open_file(path.c_str(), "rbe");
+  const File file = open_file(path.c_str(), "rbe");
   if (!file) return "-1";
 
   MD5::MD5_CTX context;

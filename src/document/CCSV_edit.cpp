@@ -12,15 +12,13 @@ using namespace detail;
 
 namespace {
 
-// GBK for "failed to create the temporary file!" and "creating the temporary file did not
-// succeed!".
+// GBK for "failed to create the temporary file!" and "... did not succeed!".
 constexpr char kNoTemporaryForRecord[] =
     "\xc1\xd9\xca\xb1\xce\xc4\xbc\xfe\xb4\xb4\xbd\xa8\xca\xa7\xb0\xdc!";
 constexpr char kNoTemporaryForFile[] =
     "\xc1\xd9\xca\xb1\xce\xc4\xbc\xfe\xb4\xb4\xbd\xa8\xb2\xbb\xb3\xc9\xb9\xa6!";
 
-/// As much of a record is blanked in one write: half a record blank may leave a quote open, which
-/// swallows the records after it.
+/// Blanked in one write: half a record may leave a quote open, which swallows the next records.
 constexpr off_t kMaxBlanked = off_t{1} << 20;
 
 /// Makes the temporary file anew. Nobody else may read it, and nothing is opened that somebody put

@@ -227,8 +227,7 @@ void CsvScanner::forget() noexcept {
   cached_ = 0;
 }
 
-// Another process' change between our writing and this look could pass as ours unless it shows in
-// the size; the file is not locked.
+// The file is not locked: another's change since our writing passes as ours if the size stays.
 void CsvScanner::restamp(off_t size) noexcept {
   cached_ = 0;
   next_in_run_ = kNoRun;

@@ -12,9 +12,8 @@
 
 namespace utility::detail {
 
-/// Knows what is inside quotes. A text is looked at 64 bytes at a time, in its order: a double
-/// quote opens or closes, so a doubled one inside quotes closes and opens again, and what is a
-/// record or a separator stays the same.
+/// Knows what is inside quotes, for a text that is looked at 64 bytes at a time in its order. A
+/// doubled quote inside quotes closes and opens again, which moves no separator in or out.
 class CsvQuotes {
  public:
   static constexpr std::size_t kWindow = 64;
@@ -94,8 +93,7 @@ class CsvScanner {
   int count_records();
   /// The number of columns of the first record, 1 for an empty file.
   int count_columns();
-  /// The offset after the end of record `record`, which begins at `begin`; the file's end if it
-  /// has none.
+  /// The offset after record `record`, which begins at `begin`; the file's end if it has no end.
   off_t record_end(int record, off_t begin);
   /// Takes the record at position `cur` of `records` apart into `fields()`. False where `locate`
   /// says so and when reading fails. At the end of the file the field in hand is left out.

@@ -24,8 +24,7 @@ enum SmtpCode : int {
   kNothingReadable = 18,
 };
 
-/// Sends all of `bytes`; false where the server takes nothing for 15 s, or is gone. Signals do not
-/// lengthen the wait.
+/// Sends all of `bytes`; false where the server takes nothing for 15 s, signals or not, or is gone.
 bool send_all(int sock, std::string_view bytes) noexcept;
 
 /// What a command takes of `text`, as "%s" does.

@@ -322,8 +322,7 @@ std::string CIPFormat::ipv6_to_ipv4(const std::string& text) {
   if (!contains(lower, "0000:0000:0000:0000:0000:ffff:") && !contains(lower, "::ffff:")) return {};
   const std::string tail = lower.substr(lower.find("ffff:") + sizeof "ffff:" - 1);
   unsigned int parts[4] = {};
-  // Two characters cannot overflow, and parts that are not read stay 0.
-  // NOLINTNEXTLINE(cert-err34-c)
+  // NOLINTNEXTLINE(cert-err34-c): two characters cannot overflow, and what is not read stays 0
   std::sscanf(tail.c_str(), "%2X%2X:%2X%2X", &parts[0], &parts[1], &parts[2], &parts[3]);
   char buffer[64] = {};
   std::snprintf(buffer, sizeof buffer, "%d.%d.%d.%d", static_cast<int>(parts[0]),

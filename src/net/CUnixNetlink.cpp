@@ -10,12 +10,7 @@ using namespace detail;
 namespace {
 
 constexpr char kListening[] = "LISTEN";
-enum Code : int {
-  kDone = 0,
-  kNoV4Line = 1,
-  kNoV6Line = 2,
-  kCannotOpen = 3,
-};
+enum Code : int { kDone = 0, kNoV4Line = 1, kNoV6Line = 2, kCannotOpen = 3 };
 
 }  // namespace
 

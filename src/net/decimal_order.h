@@ -15,9 +15,8 @@ inline std::uint64_t eight_digits(const char* text) noexcept {
 
 /// The order of decimal texts: 1 when `a` is the greater, -1 when `b` is, 0 when they are equal.
 ///
-/// Length decides first, leading zeros counted; then the first character that differs. Characters
-/// are compared as `char`, the value from which a digit is computed, so texts that are not digits
-/// keep the order that their "digits" have.
+/// Length decides first, leading zeros counted; then the first character that differs, as `char`:
+/// from that a digit is computed, so what are no digits keep the order that theirs have.
 inline int compare_decimal(std::string_view a, std::string_view b) noexcept {
   if (a.size() != b.size()) return a.size() > b.size() ? 1 : -1;
   std::size_t at = 0;

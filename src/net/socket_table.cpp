@@ -13,8 +13,7 @@
 namespace utility::detail {
 namespace {
 
-// Walks a line that must look as expected. The first mismatch stops the walk for good; the NUL
-// matches nothing, so it is never passed.
+// Walks a line that must look as expected, up to the first mismatch. The NUL matches nothing.
 class StrictScanner {
  public:
   explicit StrictScanner(const char* text) noexcept : at_(text) {}

@@ -28,10 +28,8 @@ inline constexpr std::array<SocketFile, 6> kSocketFiles{{{"/proc/net/tcp", "tcp"
                                                          {"/proc/net/udp4", "udp", AF_INET},
                                                          {"/proc/net/udp6", "udp6", AF_INET6}}};
 
-/// The columns of a line that are kept, as numbers.
-///
-/// The bytes of the address words in memory order are the address in network order; an IPv4 address
-/// is the first word alone.
+/// The columns of a line that are kept, as numbers. The bytes of the address words in memory order
+/// are the address in network order; an IPv4 address is the first word alone.
 struct SocketLine {
   std::array<std::uint32_t, 4> local_addr;
   std::array<std::uint32_t, 4> remote_addr;
@@ -63,8 +61,7 @@ std::string port_text(std::uint32_t port);
 inline void set_port(std::string& field, std::uint32_t port) { field = port_text(port); }
 inline void set_port(std::uint32_t& field, std::uint32_t port) { field = port; }
 
-/// Fills `record` from a line, its protocol excepted; false, with `record` untouched, when the line
-/// does not parse.
+/// Fills `record` but for its protocol; false, with `record` untouched, when `line` does not parse.
 template <class Record>
 bool resolve_line(int family, const char* line, const char* listening, Record& record) {
   SocketLine socket;

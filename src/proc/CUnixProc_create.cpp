@@ -36,8 +36,7 @@ struct Daemon {
   char** envp;
 };
 
-// The link that is read is always `dir` itself, so that a link to a link never leads anywhere; the
-// readings end where the kernel's own would.
+// The link that is read is always `dir` itself: a link to a link never leads anywhere.
 bool leads_to_directory(const std::string& dir) {
   constexpr int kMaxReadings = 40;
   constexpr std::size_t kMaxTarget = 260;

@@ -63,8 +63,7 @@ std::string_view first_piece(std::string_view line) {
 }
 
 bool is_printable(std::string_view text) {
-  // Environments are long and nearly always ASCII: asking the locale for each byte was half the
-  // work of a walk outside the kernel.
+  // Nearly always ASCII: asking the locale for each byte would double the work of a walk.
   return std::all_of(text.begin(), text.end(), [](unsigned char c) {
     return (c >= ' ' && c <= '~') || std::isprint(c) != 0;
   });

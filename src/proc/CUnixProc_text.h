@@ -39,8 +39,7 @@ ssize_t read_stat(int fd, int& ppid, unsigned long& start_ticks) noexcept;
 /// per second, what the kernel shows on x86-64 whatever it runs at.
 long start_time(unsigned long ticks, long boot_time);
 
-/// Takes the number at the beginning of `text` as an id (the low 32 bits of what stands there);
-/// `id` is left alone when there is none.
+/// Takes the low 32 bits of the number that `text` begins with; without one, `id` is left alone.
 void parse_id(const char* text, unsigned int& id);
 
 /// The fields of a status file that a process record holds.

@@ -19,10 +19,9 @@ int find_executable(std::string_view line, int dir, const char* exe, std::string
 
 /// Fills the records of a walk over the process table.
 ///
-/// Opens each file of a process once and reads it with one call; 17 calls and one for each
-/// descriptor make a record. The files are named from the open /proc: a number is given to another
-/// process only after all others had their turn, so a directory held open for each process would
-/// add two calls and nothing else.
+/// Reads each file of a process with one call; 17 calls and one for each descriptor make a record.
+/// Files are named from the open /proc: a number comes again only after all others had their turn,
+/// so a directory held open for each process would add two calls and nothing else.
 class ProcessReader {
  public:
   /// Processes are found as `prefix` + pid below the open directory `dir`.

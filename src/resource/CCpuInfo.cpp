@@ -10,13 +10,7 @@ using namespace detail;
 
 namespace {
 
-enum Code : int {
-  kDone = 0,
-  kNotOpened = 1,
-  kReadFailed = 2,
-  kNotComparable = 4,
-  kNoCpu = 5,
-};
+enum Code : int { kDone = 0, kNotOpened = 1, kReadFailed = 2, kNotComparable = 4, kNoCpu = 5 };
 
 // The counters in the order in which a line of /proc/stat gives them after the name.
 constexpr std::int64_t CCpuInfo::CpuStatEnt::*kCounters[] = {

@@ -11,14 +11,9 @@ using namespace detail;
 
 namespace {
 
-enum Code : int {
-  kDone = 0,
-  kNotOpened = 1,
-  kReadFailed = 2,
-};
+enum Code : int { kDone = 0, kNotOpened = 1, kReadFailed = 2 };
 
-// Fills `info` from a line of the mount table; false when the line does not name a mount point
-// that can be measured.
+// Fills `info` from a line of the mount table; false when it names none that can be measured.
 bool parse_mount_line(const std::string& line, CDiskInfo::DiskInfo& info) {
   std::vector<std::string> fields;
   CStr::ext_line(fields, line);

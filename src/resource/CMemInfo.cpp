@@ -12,12 +12,7 @@ using namespace detail;
 
 namespace {
 
-enum Code : int {
-  kDone = 0,
-  kNotRead = 1,
-  kKeyMissing = 2,
-  kHostNotRead = 3,
-};
+enum Code : int { kDone = 0, kNotRead = 1, kKeyMissing = 2, kHostNotRead = 3 };
 
 constexpr std::string_view kFreeKeys[] = {"MemFree", "Cached", "Buffers"};
 constexpr int kKeys = 1 + static_cast<int>(std::size(kFreeKeys));

@@ -11,13 +11,9 @@ using namespace detail;
 
 namespace {
 
-enum Code : int {
-  kDone = 0,
-  kNotProvided = 1,
-};
+enum Code : int { kDone = 0, kNotProvided = 1 };
 
-// The byte at `at` as a digit of 5 bits. Other bytes keep what the subtraction gives; after the end
-// is 0.
+// The byte at `at` less '0', in 5 bits, whatever it is; 0 after the end.
 unsigned digit_at(std::string_view text, std::size_t at) {
   return at < text.size() ? (static_cast<unsigned char>(text[at]) - unsigned{'0'}) & 0x1F : 0;
 }

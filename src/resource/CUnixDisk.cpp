@@ -12,12 +12,7 @@ using namespace detail;
 
 namespace {
 
-enum Code : int {
-  kDone = 0,
-  kNotProvided = 1,
-  kStopped = 2,
-  kListNotOpened = 10,
-};
+enum Code : int { kDone = 0, kNotProvided = 1, kStopped = 2, kListNotOpened = 10 };
 
 constexpr std::size_t kDiskName = 3;  // "sda"; longer names are partitions
 constexpr char kDevices[] = "/dev/";

@@ -102,8 +102,7 @@ class EntryPath {
   std::size_t prefix_;
 };
 
-// The kernel keeps a target that appeared since it was looked for; where the file system cannot
-// promise that, a plain rename has to do.
+// A target that appeared meanwhile stays; where the file system cannot promise that, rename() does.
 int rename_without_replacing(const char* from, const char* to) {
   if (::renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) return 0;
   if (errno == EEXIST) return kExists;
@@ -155,8 +154,8 @@ class TreeDelete {
   };
   static constexpr std::size_t kOpenLevels = 16;
 
-  // Goes by the converted name, as the records have it. A directory is entered, and removed when it
-  // is empty.
+  // By the converted name, as the records have it. A directory is entered, and goes when it is
+  // empty.
   bool remove(int dir, const char* entry, bool is_directory) {
     const std::string name = CConv::utf8_to_gbk_string(entry);
     if (!is_entry_name(name)) return false;

@@ -8,7 +8,6 @@
 #include "base/io.h"
 #include "base/paths.h"
 #include "base/text.h"
-#include "service/service_command.h"
 #include "utility/CStr.h"
 #include "utility/CUnixTools.h"
 
@@ -295,8 +294,7 @@ int CUnixLog::sub_line(FILE* file, long start, long end, std::string& text) {
   if (std::fseek(file, end, SEEK_SET) != 0) return kSeekFailed;
   if (std::fread(tail, 1, tail_size, file) != tail_size) return kReadFailed;
 
-  // The spaces go along, so that the old end never follows the new one, not even until the
-  // file is cut.
+  // The spaces go along: the old end never follows the new one, not even until the file is cut.
   if (std::fseek(file, start, SEEK_SET) != 0) return kSeekFailed;
   if (!write_at_once(file, {bytes.get(), used + freed})) return kWriteFailed;
   if (freed > 0) {
@@ -313,12 +311,12 @@ bool CUnixLog::is_running() {
 
 int CUnixLog::start_syslog() {
   if (is_running()) return kRunsAlready;
-  return run_service(m_syslog_name, "start") ? await_daemon(true) : kServiceFailed;
+  return succeeds("service " + m_syslog_name + " start") ? await_daemon(true) : kServiceFailed;
 }
 
 int CUnixLog::stop_syslog() {
   if (!is_running()) return kDoesNotRun;
-  return run_service(m_syslog_name, "stop") ? await_daemon(false) : kServiceFailed;
+  return succeeds("service " + m_syslog_name + " stop") ? await_daemon(false) : kServiceFailed;
 }
 
 int CUnixLog::restart_syslog() {

@@ -5,7 +5,6 @@
 #include "base/io.h"
 #include "base/paths.h"
 #include "base/text.h"
-#include "service/service_command.h"
 
 namespace utility {
 
@@ -50,7 +49,7 @@ bool is_service(const std::string& name) {
 
 int change_service(const std::string& name, const char* verb) {
   if (name.empty()) return kNoName;
-  return run_service(name, verb) ? kDone : kCommandFailed;
+  return succeeds("service " + name + " " + verb) ? kDone : kCommandFailed;
 }
 
 }  // namespace
