@@ -56,7 +56,7 @@ class ILiteXmlElement {
   ///         no element.
   virtual ILiteXmlElement* select_single_node(const char* path) = 0;
 
-  /// Ends this object; the element stays in its document.
+  /// Ends this object, which cannot fail; the element stays in its document.
   virtual void release() = 0;
 
  protected:
@@ -89,7 +89,7 @@ class ILiteXmlDocument {
   /// @return greater than 0 on success.
   virtual int save(const char* path) = 0;
 
-  /// Ends this object.
+  /// Ends this object, which cannot fail.
   virtual void release() = 0;
 
  protected:

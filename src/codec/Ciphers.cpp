@@ -48,11 +48,10 @@ using Words = std::unique_ptr<std::uint32_t[], Free>;
 
 using Key = std::array<std::uint32_t, 4>;
 
-/// Takes up to 16 of `size` bytes and none after the first zero byte.
-Key make_key(const void* bytes, std::size_t size) noexcept {
+/// Takes 16 bytes, but none after the first zero byte.
+Key make_key(const void* bytes) noexcept {
   Key key{};
-  std::memcpy(key.data(), bytes,
-              ::strnlen(static_cast<const char*>(bytes), std::min(size, sizeof key)));
+  std::memcpy(key.data(), bytes, ::strnlen(static_cast<const char*>(bytes), sizeof key));
   return key;
 }
 
@@ -89,39 +88,13 @@ void decipher(std::uint32_t* v, std::size_t n, const Key& key) noexcept {
   }
 }
 
-void* encrypt(const void* data, std::size_t len, const Key& key, std::size_t* out_len) noexcept {
-  // The length word has 32 bits; what it cannot tell could not be deciphered.
-  if (len == 0 || len > std::numeric_limits<std::uint32_t>::max()) return nullptr;
-  std::size_t count = 0;
-  const Words words(xxtea_to_uint_array(data, len, true, &count));
-  if (!words) return nullptr;
-  encipher(words.get(), count, key);
-  return xxtea_to_ubyte_array(words.get(), count, false, out_len);
-}
+using Cipher = void* (*)(const void*, std::size_t, const void*, std::size_t*);
 
-void* decrypt(const void* data, std::size_t len, const Key& key, std::size_t* out_len) noexcept {
-  if (len == 0) return nullptr;
-  std::size_t count = 0;
-  const Words words(xxtea_to_uint_array(data, len, false, &count));
-  if (!words) return nullptr;
-  if (count > 1) decipher(words.get(), count, key);
-  return xxtea_to_ubyte_array(words.get(), count, true, out_len);
-}
-
-using Cipher = void* (*)(const void*, std::size_t, const Key&, std::size_t*) noexcept;
-
-std::string run(Cipher cipher, const std::string& data, const std::string& key) {
+std::string run(Cipher cipher, const std::string& data, std::string& key) {
+  key.resize(sizeof(Key));
   std::size_t size = 0;
-  const std::unique_ptr<void, Free> result(
-      cipher(data.data(), data.size(), make_key(key.data(), key.size()), &size));
+  const std::unique_ptr<void, Free> result(cipher(data.data(), data.size(), key.data(), &size));
   return {static_cast<const char*>(result.get()), size};
-}
-
-void* run(Cipher cipher, const void* data, std::size_t len, const void* key,
-          std::size_t* out_len) noexcept {
-  *out_len = 0;
-  if (data == nullptr || key == nullptr) return nullptr;
-  return cipher(data, len, make_key(key, sizeof(Key)), out_len);
 }
 
 }  // namespace
@@ -150,23 +123,34 @@ int get_sbox_idx(char c) { return index_in(sbox, c); }
 
 int get_invsbox_idx(char c) { return index_in(invsbox, c); }
 
-// The string forms take their key by value: that is their published signature.
-// NOLINTNEXTLINE(performance-unnecessary-value-param)
 std::string xxtea_encrypt(const std::string& data, std::string key) {
-  return run(encrypt, data, key);
+  return run(xxtea_encrypt, data, key);
 }
 
-// NOLINTNEXTLINE(performance-unnecessary-value-param)
 std::string xxtea_decrypt(const std::string& data, std::string key) {
-  return run(decrypt, data, key);
+  return run(xxtea_decrypt, data, key);
 }
 
 void* xxtea_encrypt(const void* data, std::size_t len, const void* key, std::size_t* outLen) {
-  return run(encrypt, data, len, key, outLen);
+  *outLen = 0;
+  // The length word has 32 bits; what it cannot tell could not be deciphered.
+  const bool fits = len > 0 && len <= std::numeric_limits<std::uint32_t>::max();
+  if (data == nullptr || key == nullptr || !fits) return nullptr;
+  std::size_t count = 0;
+  const Words words(xxtea_to_uint_array(data, len, true, &count));
+  if (!words) return nullptr;
+  encipher(words.get(), count, make_key(key));
+  return xxtea_to_ubyte_array(words.get(), count, false, outLen);
 }
 
 void* xxtea_decrypt(const void* data, std::size_t len, const void* key, std::size_t* outLen) {
-  return run(decrypt, data, len, key, outLen);
+  *outLen = 0;
+  if (data == nullptr || key == nullptr || len == 0) return nullptr;
+  std::size_t count = 0;
+  const Words words(xxtea_to_uint_array(data, len, false, &count));
+  if (!words) return nullptr;
+  if (count > 1) decipher(words.get(), count, make_key(key));
+  return xxtea_to_ubyte_array(words.get(), count, true, outLen);
 }
 
 std::uint32_t* xxtea_to_uint_array(const void* data, std::size_t len, bool includeLength,

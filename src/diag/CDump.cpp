@@ -2,9 +2,11 @@
 
 #include <cctype>
 #include <cstdint>
+#include <cstring>
+#include <functional>
+#include <string_view>
 
 #include "base/handles.h"
-#include "base/text.h"
 
 namespace utility {
 
@@ -14,60 +16,37 @@ namespace {
 
 enum Result { kDone = 0, kNullArgument = 1, kNoMemory = 2 };
 
-// One line of a dump. The byte that each column has beyond its fields takes the blank between the
-// columns and the line end, so that the columns are printed as they lie.
-class Line {
- public:
-  explicit Line(std::size_t width) noexcept : width_(width) {
-    if (width > (PTRDIFF_MAX - 1) / 3) return;
-    hex_ = make_buffer(3 * width + 1);
-    text_ = make_buffer(2 * width + 1);
+// Lays out a line of `count` bytes, at most `width`, and returns its size. Each of the two columns
+// ends in one byte more than its fields have: the blank between them, and the line end.
+std::size_t put_line(char* line, const char* data, std::size_t count, std::size_t width) noexcept {
+  constexpr char kDigits[] = "0123456789ABCDEF";
+  char* hex = line;
+  char* text = line + 3 * width + 1;
+  for (std::size_t i = 0; i < count; ++i) {
+    const auto byte = static_cast<unsigned char>(data[i]);
+    *hex++ = kDigits[byte >> 4];
+    *hex++ = kDigits[byte & 15];
+    *hex++ = ' ';
+    *text++ = std::isgraph(byte) != 0 ? data[i] : '.';
+    *text++ = ' ';
   }
-
-  bool ready() const noexcept { return hex_ != nullptr && text_ != nullptr; }
-
-  // Lays out `count` bytes, at most the width.
-  void fill(const char* data, std::size_t count) noexcept {
-    constexpr char kDigits[] = "0123456789ABCDEF";
-    char* hex = hex_.get();
-    char* text = text_.get();
-    for (std::size_t i = 0; i < count; ++i) {
-      const auto byte = static_cast<unsigned char>(data[i]);
-      *hex++ = kDigits[byte >> 4];
-      *hex++ = kDigits[byte & 15];
-      *hex++ = ' ';
-      *text++ = std::isgraph(byte) != 0 ? data[i] : '.';
-      *text++ = ' ';
-    }
-    std::memset(hex, ' ', 3 * (width_ - count) + 1);
-    *text = '\n';
-    text_size_ = 2 * count + 1;
-  }
-
-  std::string_view hex() const noexcept { return {hex_.get(), 3 * width_ + 1}; }
-  std::string_view text() const noexcept { return {text_.get(), text_size_}; }
-
- private:
-  std::size_t width_;
-  std::size_t text_size_ = 0;
-  Buffer hex_;
-  Buffer text_;
-};
+  std::memset(hex, ' ', 3 * (width - count) + 1);
+  *text++ = '\n';
+  return static_cast<std::size_t>(text - line);
+}
 
 // Hands the lines of a dump to `put` one by one, until it answers false.
-template <typename Put>
-int put_lines(const char* data, std::size_t len, std::size_t width, Put put) {
-  Line line(width);
-  if (!line.ready()) return kNoMemory;
-
+int put_lines(const char* data, std::size_t len, std::size_t width,
+              const std::function<bool(std::string_view line)>& put) {
+  if (width > (PTRDIFF_MAX - 2) / 5) return kNoMemory;
+  const Buffer line = make_buffer(5 * width + 2);
+  if (!line) return kNoMemory;
   // Lines without bytes would never come to the end of the data.
   std::size_t rest = width > 0 ? len : 0;
   for (; rest > 0 && rest >= width; data += width, rest -= width) {
-    line.fill(data, width);
-    if (!put(line)) return kDone;
+    if (!put({line.get(), put_line(line.get(), data, width, width)})) return kDone;
   }
-  line.fill(data, rest);
-  put(line);
+  put({line.get(), put_line(line.get(), data, rest, width)});
   return kDone;
 }
 
@@ -77,11 +56,8 @@ unsigned long CDump::m_max_line = 16;
 
 int CDump::fdump(FILE* stream, char* data, unsigned long len) {
   if (stream == nullptr || data == nullptr) return kNullArgument;
-  return put_lines(data, len, m_max_line, [stream](const Line& line) {
-    ::flockfile(stream);
-    std::fwrite(line.hex().data(), 1, line.hex().size(), stream);
-    std::fwrite(line.text().data(), 1, line.text().size(), stream);
-    ::funlockfile(stream);
+  return put_lines(data, len, m_max_line, [stream](std::string_view line) {
+    std::fwrite(line.data(), 1, line.size(), stream);
     return true;
   });
 }
@@ -93,13 +69,10 @@ int CDump::sndump(char* out, unsigned long outSize, char* data, unsigned long le
   if (outSize == 0) return kDone;
 
   std::size_t room = outSize - 1;
-  return put_lines(data, len, m_max_line, [&out, &room](const Line& line) {
-    for (const std::string_view column : {line.hex(), line.text()}) {
-      const std::size_t count = std::min(column.size(), room);
-      std::memcpy(out, column.data(), count);
-      out += count;
-      room -= count;
-    }
+  return put_lines(data, len, m_max_line, [&out, &room](std::string_view line) {
+    const std::size_t count = line.copy(out, room);
+    out += count;
+    room -= count;
     *out = '\0';
     return room > 0;
   });

@@ -111,36 +111,19 @@ ZeroRun fill_slots(CIPFormat& format, char* text, char (&slots)[kGroups][kGroupD
 
 using detail::compare_decimal;
 
-/// The decimal text by which an address is compared: its four words, one after the other.
-struct DecimalText {
-  char text[sizeof(IPRangeExpress::begin_text)] = {};  // forty digits at most
+using DecimalText = char[sizeof(IPRangeExpress::begin_text)];  // forty digits at most are used
 
-  explicit DecimalText(const unsigned int* words) noexcept {
-    std::snprintf(text, sizeof text, "%u%u%u%u", words[0], words[1], words[2], words[3]);
-  }
-  std::string_view view() const noexcept { return text; }
-};
-
-// What does not parse counts as "::".
-DecimalText decimal_of(const std::string& ip) {
+// Writes the decimal text by which an address is compared: its four words, one after the other.
+// False when `ip` does not parse, which counts as "::".
+bool write_decimal(const std::string& ip, DecimalText& text) {
   unsigned int words[4] = {};
-  CIPFormat::instance()->ipv6_to_i(ip.c_str(), 128, words);
-  return DecimalText(words);
+  const int parsed = CIPFormat::instance()->ipv6_to_i(ip.c_str(), 128, words);
+  std::snprintf(text, sizeof text, "%u%u%u%u", words[0], words[1], words[2], words[3]);
+  return parsed != 0;
 }
 
-// Writes the decimal text of `ip` into a field of a record; false when it does not parse.
-bool write_decimal(const std::string& ip, char (&field)[sizeof(IPRangeExpress::begin_text)]) {
-  unsigned int words[4] = {};
-  if (CIPFormat::instance()->ipv6_to_i(ip.c_str(), 128, words) == 0) return false;
-  std::memcpy(field, DecimalText(words).text, sizeof field);
-  return true;
-}
-
-bool has_colon(const std::string& text) { return text.find(':') != std::string::npos; }
-
-template <std::size_t kSize>
-std::string_view view_of(const char (&field)[kSize]) noexcept {
-  return {field, ::strnlen(field, kSize)};
+std::string_view view_of(const DecimalText& text) noexcept {
+  return {text, ::strnlen(text, sizeof text)};
 }
 
 bool between(std::string_view ip, std::string_view begin, std::string_view end) noexcept {
@@ -351,7 +334,7 @@ void CIPFormat::add_ip_to_range(const std::string& expression,
   IPRangeExpress range;
   range.is_single = first == last ? 1 : 0;
   // The last address follows the first: after an IPv6 one it stays as it is.
-  if (!has_colon(first)) {
+  if (!contains(first, ":")) {
     first = ipv4_to_ipv6(first);
     last = ipv4_to_ipv6(last);
   }
@@ -362,17 +345,21 @@ void CIPFormat::add_ip_to_range(const std::string& expression,
 
 bool CIPFormat::is_ip_in_range(const char* ip, std::vector<IPRangeExpress>& ranges) {
   if (ip == nullptr || ranges.empty()) return false;
-  const std::string address = has_colon(ip) ? ip : ipv4_to_ipv6(ip);
-  unsigned int words[4] = {};
-  if (ipv6_to_i(address.c_str(), 128, words) == 0) return false;
-  const DecimalText decimal(words);
-  return std::any_of(ranges.begin(), ranges.end(),
-                     [view = decimal.view()](const auto& range) { return matches(range, view); });
+  const std::string address = contains(ip, ":") ? ip : ipv4_to_ipv6(ip);
+  DecimalText text;
+  if (!write_decimal(address, text)) return false;
+  return std::any_of(
+      ranges.begin(), ranges.end(),
+      [view = std::string_view(text)](const auto& range) { return matches(range, view); });
 }
 
 bool CIPFormat::ipv6_in_range(const std::string& begin, const std::string& end,
                               const std::string& ip) {
-  return between(decimal_of(ip).view(), decimal_of(begin).view(), decimal_of(end).view());
+  DecimalText ip_text, begin_text, end_text;
+  write_decimal(ip, ip_text);
+  write_decimal(begin, begin_text);
+  write_decimal(end, end_text);
+  return between(ip_text, begin_text, end_text);
 }
 
 }  // namespace utility

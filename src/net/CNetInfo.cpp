@@ -34,9 +34,6 @@ enum Code : int {
 };
 
 constexpr char kListening[] = "LISTEN";
-constexpr auto kNetlinkFiles =
-    socket_rows<CNetInfo::NetLinkResolve>(CNetInfo::resolve_v4_data, CNetInfo::resolve_v6_data);
-
 constexpr std::size_t kListSize = 5120;  // 128 requests
 constexpr std::size_t kColumns = 16;
 
@@ -149,8 +146,10 @@ int CNetInfo::resolve_netlink_file(const NetLinkResolve& row, std::vector<NetLin
 }
 
 int CNetInfo::get_all_netlink_info(std::vector<NetLinkInfo>& infos) {
-  for (const NetLinkResolve& row : kNetlinkFiles) {
-    if (exists(row.file)) resolve_netlink_file(row, infos);
+  for (const auto& [path, protocol, family] : kSocketFiles) {
+    if (!exists(path)) continue;
+    resolve_netlink_file({path, protocol, family == AF_INET ? resolve_v4_data : resolve_v6_data},
+                         infos);
   }
   return infos.empty() ? kNothingInTables : kDone;
 }

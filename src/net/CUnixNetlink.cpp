@@ -35,11 +35,10 @@ int CUnixNetlink::resolve_netlink_file(const NetLinkResolve& row, std::vector<Ne
 }
 
 int CUnixNetlink::get_all_netlink_infos(std::vector<NetLinkInfo>& infos) {
-  static constexpr auto netlink_files =
-      socket_rows<NetLinkResolve>(resolve_v4_data, resolve_v6_data);
-  for (const NetLinkResolve& row : netlink_files) {
-    if (!exists(row.file)) continue;
-    if (const int code = resolve_netlink_file(row, infos)) return code;
+  for (const auto& [path, protocol, family] : kSocketFiles) {
+    if (!exists(path)) continue;
+    const auto resolve = family == AF_INET ? resolve_v4_data : resolve_v6_data;
+    if (const int code = resolve_netlink_file({path, protocol, resolve}, infos)) return code;
   }
   return kDone;
 }

@@ -137,11 +137,11 @@ int CUnixProcNet::resolve_v6_data(const char* line, NetInfo& info) {
 }
 
 void CUnixProcNet::init_net_file(const std::string& root, std::vector<NetResolve>& files) {
-  for (const SocketFile& file : kSocketFiles) {
-    std::string path = root == "/" ? file.path : root + file.path;
+  for (const auto& [table, protocol, family] : kSocketFiles) {
+    std::string path = root == "/" ? table : root + table;
     if (!exists(path.c_str())) continue;
-    files.push_back({std::move(path), file.protocol,
-                     file.family == AF_INET ? resolve_v4_data : resolve_v6_data});
+    const auto resolve = family == AF_INET ? resolve_v4_data : resolve_v6_data;
+    files.push_back({std::move(path), protocol, resolve});
   }
 }
 

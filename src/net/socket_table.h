@@ -122,16 +122,4 @@ int read_socket_file(Fd table, const Row& row, int cannot_open, std::vector<Reco
   return 0;
 }
 
-/// The tables as rows of a class that reads them at their usual place.
-template <class Row>
-constexpr std::array<Row, kSocketFiles.size()> socket_rows(decltype(Row::resolve) v4,
-                                                           decltype(Row::resolve) v6) {
-  std::array<Row, kSocketFiles.size()> rows{};
-  for (std::size_t i = 0; i < rows.size(); ++i) {
-    const auto& [path, protocol, family] = kSocketFiles[i];
-    rows[i] = {path, protocol, family == AF_INET ? v4 : v6};
-  }
-  return rows;
-}
-
 }  // namespace utility::detail
