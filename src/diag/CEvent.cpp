@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <memory>
 #include <new>
+#include <utility>
 
 namespace utility {
 namespace {
@@ -24,14 +25,10 @@ CEvent::~CEvent() { release(); }
 
 bool CEvent::init() {
   if (is_valid()) return true;
-  std::unique_ptr<pthread_cond_t> cond(new (std::nothrow) pthread_cond_t);
-  std::unique_ptr<pthread_mutex_t> lock(new (std::nothrow) pthread_mutex_t);
+  std::unique_ptr<pthread_cond_t> cond(new (std::nothrow) pthread_cond_t PTHREAD_COND_INITIALIZER);
+  std::unique_ptr<pthread_mutex_t> lock(new (std::nothrow)
+                                            pthread_mutex_t PTHREAD_MUTEX_INITIALIZER);
   if (cond == nullptr || lock == nullptr) return false;
-  if (::pthread_mutex_init(lock.get(), nullptr) != 0) return false;
-  if (::pthread_cond_init(cond.get(), nullptr) != 0) {
-    ::pthread_mutex_destroy(lock.get());
-    return false;
-  }
   m_cond = cond.release();
   m_lock = lock.release();
   return true;
@@ -41,10 +38,8 @@ void CEvent::release() {
   if (!is_valid()) return;
   ::pthread_cond_destroy(m_cond);
   ::pthread_mutex_destroy(m_lock);
-  delete m_cond;
-  delete m_lock;
-  m_cond = nullptr;
-  m_lock = nullptr;
+  delete std::exchange(m_cond, nullptr);
+  delete std::exchange(m_lock, nullptr);
   m_signaled = 0;
 }
 
