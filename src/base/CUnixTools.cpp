@@ -11,6 +11,7 @@
 #include "base/io.h"
 #include "base/local_time.h"
 #include "base/paths.h"
+#include "base/text.h"
 #include "utility/CStr.h"
 
 namespace utility {
@@ -246,10 +247,8 @@ int CUnixTools::rm_file(const char* path) {
 }
 
 int CUnixTools::mkdir_parents(const std::string& path, const unsigned long& mode) {
-  std::vector<std::string> names;
-  CStr::ext_line("/", names, path);
-  std::string prefix = !path.empty() && path.front() == '/' ? "/" : "";
-  for (const std::string& name : names) {
+  std::string prefix = begins_with(path, "/") ? "/" : "";
+  for (const std::string& name : split("/", path)) {
     prefix.append(name).append("/");
     if (::mkdir(prefix.c_str(), static_cast<mode_t>(mode)) == 0) continue;
     // With its slash, only a directory or a link to one exists.

@@ -3,8 +3,9 @@
 #include <algorithm>
 #include <cstring>
 #include <iterator>
-#include <string>
 #include <string_view>
+
+#include "utility/CStr.h"
 
 // Small questions about texts that several families ask.
 namespace utility::detail {
@@ -40,6 +41,18 @@ std::string joined(const List& texts, const char* separator) {
     before = separator;
   }
   return all;
+}
+
+/// The words of `text`, and its pieces between `separator`s, as CStr::ext_line finds them.
+inline std::vector<std::string> words_of(const std::string& text) {
+  std::vector<std::string> words;
+  CStr::ext_line(words, text);
+  return words;
+}
+inline std::vector<std::string> split(const char* separator, const std::string& text) {
+  std::vector<std::string> pieces;
+  CStr::ext_line(separator, pieces, text);
+  return pieces;
 }
 
 /// True when `list`, an array of texts, has exactly `text`.

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "utility/CStr.h"
+#include "base/text.h"
 
 namespace utility {
 namespace {
@@ -31,9 +31,7 @@ bool TarvelVersion::is_regular_ver() const { return m_regular; }
 bool TarvelVersion::analyze_version(const std::string& text, std::vector<int>& parts) {
   if (std::count(text.begin(), text.end(), '.') < 2) return false;
 
-  std::vector<std::string> pieces;
-  CStr::ext_line(".", pieces, numeric_part(text));
-  for (const std::string& piece : pieces) {
+  for (const std::string& piece : detail::split(".", numeric_part(text))) {
     parts.push_back(static_cast<int>(std::strtol(piece.c_str(), nullptr, 10)));
   }
   return true;

@@ -101,14 +101,12 @@ std::unique_ptr<CsvScanner> CsvScanner::over(FILE* stream) {
   return scanner;
 }
 
-bool CsvScanner::examine(struct stat& now) const noexcept { return ::fstat(fd_, &now) == 0; }
-
 bool CsvScanner::refresh() noexcept {
   struct stat now {};
   failed_ = false;
   next_in_run_ = kNoRun;
   looked_ = tick_now();
-  if (!examine(now)) return false;
+  if (::fstat(fd_, &now) != 0) return false;
   // The change time tells apart what a restored modification time would hide.
   if (now.st_size != stamp_.st_size || !same_time(now.st_mtim, stamp_.st_mtim) ||
       !same_time(now.st_ctim, stamp_.st_ctim)) {
@@ -197,14 +195,11 @@ off_t CsvScanner::record_end(int record, off_t begin) {
   return advance(mark, record + 1) ? mark.offset : size();
 }
 
-// True where record `cur` follows the one read last and the clock has not ticked since the look.
-bool CsvScanner::goes_on(int cur) const noexcept {
-  return cur == next_in_run_ && same_time(looked_, tick_now());
-}
-
 bool CsvScanner::read(int cur, int records) {
   off_t offset = last_.offset;
-  if (!goes_on(cur) && !locate(cur, records, offset)) return false;
+  // Nothing is looked at while the records come in their order and the clock has not ticked.
+  const bool goes_on = cur == next_in_run_ && same_time(looked_, tick_now());
+  if (!goes_on && !locate(cur, records, offset)) return false;
   fields_.clear();
   Splitter splitter(fields_);
   while (!splitter.ended) {
@@ -231,7 +226,7 @@ void CsvScanner::forget() noexcept {
 void CsvScanner::restamp(off_t size) noexcept {
   cached_ = 0;
   next_in_run_ = kNoRun;
-  if (!examine(stamp_) || stamp_.st_size != size) forget();
+  if (::fstat(fd_, &stamp_) != 0 || stamp_.st_size != size) forget();
 }
 
 void CsvScanner::inserted(off_t offset, off_t size) {

@@ -121,10 +121,8 @@ class CsvScanner {
   };
 
   CsvScanner(int fd, Buffer buffer) noexcept : fd_(fd), buffer_(std::move(buffer)) {}
-  bool examine(struct stat& now) const noexcept;
   void restamp(off_t size) noexcept;
   Mark nearest(int record) const noexcept;
-  bool goes_on(int cur) const noexcept;
   bool advance(Mark& mark, int record);
   // What is in the file from `offset` on, up to one block; empty at the end. Valid until the next
   // call. A window of quotes can be read wherever it begins.

@@ -144,8 +144,7 @@ int CSmtp::auth_cram_md5(int sock, std::string user, std::string password) {
   Dialogue dialogue(sock);
   if (!dialogue.ready()) return kNoMemory;
   if (const int sent = dialogue.say("AUTH CRAM-MD5\r\n")) return sent;
-  std::vector<std::string> words;
-  CStr::ext_line(words, dialogue.reply());
+  const std::vector<std::string> words = words_of(dialogue.reply());
   if (words.size() < 2) return kNotAuthenticated;
 
   const std::string challenge = Base64::decode(words[1]);

@@ -10,8 +10,8 @@
 
 #include "base/io.h"
 #include "base/paths.h"
+#include "base/text.h"
 #include "net/socket_table.h"
-#include "utility/CStr.h"
 
 namespace utility {
 
@@ -106,13 +106,11 @@ void append_names(const char* list, std::size_t size, std::vector<std::string>& 
 
 // Takes the counters of `name` from a line of /proc/net/dev; false when it is not about `name`.
 bool parse_counters(const std::string& line, const std::string& name, CNetInfo::NetStat& stat) {
-  std::vector<std::string> parts;
-  CStr::ext_line(":", parts, line);
+  std::vector<std::string> parts = split(":", line);
   if (parts.size() != 2) return false;
   CStr::trim(parts[0]);
   if (parts[0] != name) return false;
-  std::vector<std::string> columns;
-  CStr::ext_line(columns, parts[1]);
+  const std::vector<std::string> columns = words_of(parts[1]);
   if (columns.size() != kColumns) return false;
   stat.rx_bytes = CStr::atoull(columns[0]);
   stat.rx_packets = CStr::atol(columns[1]);

@@ -31,6 +31,12 @@ enum Code : int {
   kNoV6Line = 7,
 };
 
+// A socket record and the process that holds it.
+struct Match {
+  int pid;
+  const NetInfo* net;
+};
+
 // Finds socket records by inode, those of one inode in their own order. On a busy host there are
 // tens of thousands of records, and as many descriptors that ask for one.
 class InodeIndex {
@@ -45,10 +51,12 @@ class InodeIndex {
     }
   }
 
-  template <class Visit>
-  void for_each(unsigned long inode, Visit visit) const {
-    for (std::size_t i = heads_[chain(inode)]; i != kEnd; i = next_[i]) {
-      if (nets_[i].inode == inode) visit(nets_[i]);
+  // Appends the records of `inodes`, which `pid` holds.
+  void find(int pid, const std::vector<unsigned long>& inodes, std::vector<Match>& matches) const {
+    for (const unsigned long inode : inodes) {
+      for (std::size_t i = heads_[chain(inode)]; i != kEnd; i = next_[i]) {
+        if (nets_[i].inode == inode) matches.push_back({pid, &nets_[i]});
+      }
     }
   }
 
@@ -87,19 +95,6 @@ struct RootSockets {
   std::vector<NetInfo> nets;
   InodeIndex index;
 };
-
-// A socket record and the process that holds it.
-struct Match {
-  int pid;
-  const NetInfo* net;
-};
-
-void find_matches(int pid, const std::vector<unsigned long>& inodes, const InodeIndex& index,
-                  std::vector<Match>& matches) {
-  for (const unsigned long inode : inodes) {
-    index.for_each(inode, [&](const NetInfo& net) { matches.push_back({pid, &net}); });
-  }
-}
 
 // Apart from the finding, so that the records, which are large, are laid down once in their place.
 void append_records(const std::vector<Match>& matches, std::vector<ProcNetInfo>& out) {
@@ -185,7 +180,7 @@ void CUnixProcNet::relation_proc_net(const char* pid, const std::vector<unsigned
                                      std::vector<ProcNetInfo>& out) {
   const int number = pid == nullptr ? 0 : static_cast<int>(std::strtol(pid, nullptr, 10));
   std::vector<Match> matches;
-  find_matches(number, inodes, InodeIndex(nets), matches);
+  InodeIndex(nets).find(number, inodes, matches);
   append_records(matches, out);
 }
 
@@ -206,7 +201,7 @@ int CUnixProcNet::get_proc_net_info(std::vector<ProcNetInfo>& out) {
     }
     if (inodes.empty()) continue;
     if (read_link(procs.fd(), (name + "/root").c_str(), root) != kDone) continue;
-    find_matches(procs.pid(), inodes, roots.try_emplace(root, root).first->second.index, matches);
+    roots.try_emplace(root, root).first->second.index.find(procs.pid(), inodes, matches);
   }
   append_records(matches, out);
   return kDone;

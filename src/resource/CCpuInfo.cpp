@@ -20,8 +20,7 @@ constexpr std::int64_t CCpuInfo::CpuStatEnt::*kCounters[] = {
 
 // Fills `entry` from a line of one CPU; false for any other line, the summary of all CPUs included.
 bool parse_cpu_line(const std::string& line, CCpuInfo::CpuStatEnt& entry) {
-  std::vector<std::string> fields;
-  CStr::ext_line(fields, line);
+  const std::vector<std::string> fields = words_of(line);
   if (fields.size() <= std::size(kCounters)) return false;
   if (!begins_with(fields[0], "cpu") || fields[0] == "cpu") return false;
   fields[0].copy(entry.name, sizeof entry.name);

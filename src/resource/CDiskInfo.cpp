@@ -15,8 +15,7 @@ enum Code : int { kDone = 0, kNotOpened = 1, kReadFailed = 2 };
 
 // Fills `info` from a line of the mount table; false when it names none that can be measured.
 bool parse_mount_line(const std::string& line, CDiskInfo::DiskInfo& info) {
-  std::vector<std::string> fields;
-  CStr::ext_line(fields, line);
+  std::vector<std::string> fields = words_of(line);
   if (fields.size() < 3) return false;
   const std::string& mount = fields[1];
   // The mount of /proc itself stays: it has no slash at the end.

@@ -58,12 +58,6 @@ std::string rule_text(std::string_view line) {
   return text;
 }
 
-std::vector<std::string> split(const char* separator, const std::string& text) {
-  std::vector<std::string> pieces;
-  CStr::ext_line(separator, pieces, text);
-  return pieces;
-}
-
 struct FindContext {
   const std::string* fac;
   const std::string* level;
@@ -171,8 +165,7 @@ int CUnixLog::divide_src_obj(const std::string& line, std::string& src, std::str
   for (auto piece = pieces.begin(); piece != pieces.end() - 1; ++piece)
     src.append(*piece).append(";");
 
-  std::vector<std::string> words;
-  CStr::ext_line(words, pieces.back());
+  const std::vector<std::string> words = words_of(pieces.back());
   if (words.size() < 2) return kNoSuchPart;
   src.append(words[0]);
   obj = words[1];
