@@ -3,12 +3,9 @@
 #include <signal.h>
 #include <string.h>
 
-#include <cstdio>
-
 #include "base/callback.h"
 #include "base/database_entry.h"
 #include "base/edited_copy.h"
-#include "base/io.h"
 #include "base/paths.h"
 #include "base/text.h"
 #include "utility/CUnixTools.h"
@@ -89,17 +86,6 @@ constexpr char kGroupFile[] = "/etc/group";
 constexpr char kWorkingCopy[] = "/etc/group.temp";
 constexpr char kBackup[] = "/etc/group.bak";
 
-// Puts the new members into the lines of the group file that belong to the group `name`.
-void replace_members(std::string_view line, const std::string& name, const std::string& members,
-                     std::string& text) {
-  const std::size_t colon = line.find(':');
-  if (colon == std::string_view::npos || line.substr(0, colon) != name) {
-    text.append(line);
-  } else {
-    text.append(line.substr(0, line.rfind(':'))).append(":").append(members).append("\n");
-  }
-}
-
 // Writes the group file with the new members of the group `name` to the working copy.
 int write_working_copy(const std::string& name, const std::vector<std::string>& members) {
   int found = 0;
@@ -108,7 +94,12 @@ int write_working_copy(const std::string& name, const std::vector<std::string>& 
   std::string member_text;
   CUnixUser::get_new_grp_mem_list(members, member_text);
   const auto edit = [&](std::string_view line, std::string& text) {
-    replace_members(line, name, member_text, text);
+    const std::size_t colon = line.find(':');
+    if (colon == std::string_view::npos || line.substr(0, colon) != name) {
+      text.append(line);
+    } else {
+      text.append(line.substr(0, line.rfind(':'))).append(":").append(member_text).append("\n");
+    }
   };
   const Copied copied = append_edited_copy(kGroupFile, kWorkingCopy, edit);
   return copied < Copied::kNotWritten ? kFileNotRead : kDone;

@@ -6,17 +6,17 @@
 #include "base/text.h"
 
 namespace utility {
+
+using namespace detail;
+
 namespace {
 
-// Not isspace(): form feed and vertical tab are content to the trimming operations.
-constexpr char kTrimSet[] = " \t\r\n";
-
 // What a formatted stream skips before a number and between words.
-constexpr std::string_view kStreamSpace = detail::kWhiteSpace;
+constexpr std::string_view kStreamSpace = kWhiteSpace;
 
 // Reads [white space][sign]digits: the magnitude, 0 without a digit or beyond 64 bits.
 unsigned long long read_decimal(const std::string& text, bool& negative) {
-  const char* at = text.c_str() + std::strspn(text.c_str(), detail::kWhiteSpace);
+  const char* at = text.c_str() + std::strspn(text.c_str(), kWhiteSpace);
   negative = *at == '-';
   if (negative || *at == '+') ++at;
   unsigned long long magnitude = 0;

@@ -1,8 +1,6 @@
 #include "utility/CUnixTools.h"
 
 #include <chrono>
-#include <cstdlib>
-#include <cstring>
 #include <ctime>
 #include <thread>
 
@@ -12,7 +10,6 @@
 #include "base/local_time.h"
 #include "base/paths.h"
 #include "base/text.h"
-#include "utility/CStr.h"
 
 namespace utility {
 

@@ -25,8 +25,7 @@ inline File open_file(const char* path, const char* mode) noexcept {
 /// A file descriptor; -1 means none.
 class Fd {
  public:
-  Fd() noexcept = default;
-  explicit Fd(int fd) noexcept : fd_(fd) {}
+  explicit Fd(int fd = -1) noexcept : fd_(fd) {}
   Fd(Fd&& other) noexcept : fd_(other.release()) {}
   Fd& operator=(Fd&& other) noexcept {
     if (this != &other) reset(other.release());
@@ -43,7 +42,7 @@ class Fd {
   }
 
  private:
-  int fd_ = -1;
+  int fd_;
 };
 
 using Buffer = std::unique_ptr<char[]>;

@@ -140,7 +140,7 @@ class Lines final : public LineSource {
   /// Reads the open `file` from where it stands.
   explicit Lines(Fd file) noexcept : LineSource(std::move(file), {}, block_, piece_, Room) {}
   /// Cuts a text in memory.
-  explicit Lines(std::string_view text) noexcept : LineSource({}, text, nullptr, piece_, Room) {}
+  explicit Lines(std::string_view text) noexcept : LineSource(Fd(), text, nullptr, piece_, Room) {}
 
  private:
   // Not cleared: only what was read is looked at. The base may be told of arrays before they exist.

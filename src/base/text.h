@@ -13,6 +13,9 @@ namespace utility::detail {
 /// What the C library's "%s" and "%d" skip in the "C" locale.
 inline constexpr char kWhiteSpace[] = " \t\n\v\f\r";
 
+/// What CStr::trim takes off; form feed and vertical tab are content to it.
+inline constexpr char kTrimSet[] = " \t\r\n";
+
 /// The first word of `text`: up to the next white space, empty when there is nothing else.
 inline std::string_view first_word(const char* text) noexcept {
   const char* begin = text + std::strspn(text, kWhiteSpace);

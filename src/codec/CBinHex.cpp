@@ -1,6 +1,7 @@
 #include "utility/CBinHex.h"
 
-#include <limits>
+#include <algorithm>
+#include <climits>
 
 #include "base/handles.h"
 #include "base/hex.h"
@@ -11,10 +12,7 @@ using namespace detail;
 
 int CBinHex::bin2hex(const void* in, int inLen, char* out, int outSize) {
   const long long needed = 2LL * inLen;
-  if (needed > outSize) {
-    constexpr int kMax = std::numeric_limits<int>::max();
-    return needed > kMax ? kMax : static_cast<int>(needed);
-  }
+  if (needed > outSize) return static_cast<int>(std::min<long long>(needed, INT_MAX));
   if (inLen > 0) {
     put_hex(out, static_cast<const unsigned char*>(in), static_cast<std::size_t>(inLen), 'A');
   }

@@ -34,17 +34,13 @@ void end(MD5::MD5_CTX& context, const char* bytes, std::size_t size, char* diges
   MD5::MD5Final(reinterpret_cast<unsigned char*>(digest), &context);
 }
 
-void digest_of(const char* bytes, std::size_t size, char* digest) noexcept {
-  MD5::MD5_CTX context;
-  MD5::MD5Init(&context);
-  end(context, bytes, size, digest);
-}
-
 }  // namespace
 
 int CHmacMd5::md5(char* data, int len, char* digest) {
   if (data == nullptr || len < 1 || digest == nullptr) return 1;
-  digest_of(data, static_cast<std::size_t>(len), digest);
+  MD5::MD5_CTX context;
+  MD5::MD5Init(&context);
+  end(context, data, static_cast<std::size_t>(len), digest);
   return 0;
 }
 
@@ -54,7 +50,7 @@ int CHmacMd5::hmac_md5(const char* text, int textLen, char* key, int keyLen, cha
   std::size_t key_size = ::strnlen(key, key_room);
   char inner[kDigest];
   if (key_size > kBlock) {
-    digest_of(key, key_size, inner);
+    md5(key, static_cast<int>(key_size), inner);
     std::memset(key, 0, key_room);
     std::memcpy(key, inner, kDigest);
     key_size = kDigest;

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -17,11 +16,6 @@ namespace {
 constexpr std::string_view sbox = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ";
 constexpr std::string_view invsbox = "KMLOB165S9GA2X3QVICHJRTZND7PE0Y8WUF4";
 static_assert(sbox.size() == 36 && invsbox.size() == 36);
-
-int index_in(std::string_view table, char c) noexcept {
-  const std::size_t at = table.find(c);
-  return at == std::string_view::npos ? -1 : static_cast<int>(at);
-}
 
 /// Replaces each character that has an index by the entry of `images` at that index.
 void substitute(std::string& text, int (*index)(char), std::string_view images) {
@@ -119,9 +113,10 @@ std::string aes_decrypt_imp(const std::string& text) {
   return CBinHex::simple_hex2bin(digits);
 }
 
-int get_sbox_idx(char c) { return index_in(sbox, c); }
+// Where there is none, find() answers -1 in the width of an int.
+int get_sbox_idx(char c) { return static_cast<int>(sbox.find(c)); }
 
-int get_invsbox_idx(char c) { return index_in(invsbox, c); }
+int get_invsbox_idx(char c) { return static_cast<int>(invsbox.find(c)); }
 
 std::string xxtea_encrypt(const std::string& data, std::string key) {
   return run(xxtea_encrypt, data, key);

@@ -1,7 +1,6 @@
 #include "utility/CDiyLog.h"
 
 #include <fcntl.h>
-#include <unistd.h>
 #include <ext/stdio_filebuf.h>
 
 #include <algorithm>
@@ -67,11 +66,7 @@ void CDiyLog::open_file(int mode) {
       // The buffer has closed the file. That counts as not opened: logging must not throw.
     }
   }
-  if (m_stream.is_open()) {
-    m_stream.clear();
-  } else {
-    m_stream.setstate(std::ios::failbit);
-  }
+  m_stream.clear(m_stream.is_open() ? std::ios::goodbit : std::ios::failbit);
 }
 
 // NOLINTNEXTLINE(cert-dcl50-cpp): a printf-style operation is what callers use

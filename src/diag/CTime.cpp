@@ -10,15 +10,12 @@ namespace {
 
 enum Zone { kLocal = 0, kUtc = 1 };
 
-bool break_down(std::time_t t, int zone, std::tm& parts) noexcept {
-  if (zone == kLocal) return local_time(t, parts);
-  return zone == kUtc && ::gmtime_r(&t, &parts) != nullptr;
-}
-
 char* write_time(long t, int zone, const char* format, char* out, int size) noexcept {
   if (format == nullptr || out == nullptr || size < 0) return nullptr;
   std::tm parts{};
-  if (!break_down(t, zone, parts)) return nullptr;
+  const bool is_known =
+      zone == kLocal ? local_time(t, parts) : zone == kUtc && ::gmtime_r(&t, &parts) != nullptr;
+  if (!is_known) return nullptr;
   const std::size_t length = std::strftime(out, static_cast<std::size_t>(size), format, &parts);
   return length > 0 ? out : nullptr;
 }

@@ -1,6 +1,5 @@
 #include "utility/TarvelVersion.h"
 
-#include <algorithm>
 #include <cstdlib>
 
 #include "base/text.h"

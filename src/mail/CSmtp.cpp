@@ -1,13 +1,11 @@
 #include "utility/CSmtp.h"
 
-#include <cstring>
 #include <ctime>
 
 #include "base/text.h"
 #include "mail/CSmtp_dialogue.h"
 #include "utility/Base64.h"
 #include "utility/CHmacMd5.h"
-#include "utility/CStr.h"
 #include "utility/CTime.h"
 
 namespace utility {

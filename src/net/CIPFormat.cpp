@@ -1,7 +1,5 @@
 #include "utility/CIPFormat.h"
 
-#include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 
 #include "base/handles.h"

@@ -5,12 +5,7 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
-#include <cstdio>
-#include <cstring>
-
-#include "base/io.h"
 #include "base/paths.h"
-#include "base/text.h"
 #include "net/socket_table.h"
 
 namespace utility {
@@ -140,7 +135,7 @@ int CNetInfo::resolve_v6_data(const char* line, NetLinkInfo& info) {
 }
 
 int CNetInfo::resolve_netlink_file(const NetLinkResolve& row, std::vector<NetLinkInfo>& infos) {
-  return read_socket_file<TrimmedLine>(open_table(row.file), row, kNoTable, infos);
+  return read_socket_file<trimmed>(open_table(row.file), row, kNoTable, infos);
 }
 
 int CNetInfo::get_all_netlink_info(std::vector<NetLinkInfo>& infos) {

@@ -31,7 +31,7 @@ int CUnixNetlink::resolve_v6_data(const char* line, NetLinkInfo& info) {
 }
 
 int CUnixNetlink::resolve_netlink_file(const NetLinkResolve& row, std::vector<NetLinkInfo>& infos) {
-  return read_socket_file<TrimmedLine>(open_table(row.file), row, kCannotOpen, infos);
+  return read_socket_file<trimmed>(open_table(row.file), row, kCannotOpen, infos);
 }
 
 int CUnixNetlink::get_all_netlink_infos(std::vector<NetLinkInfo>& infos) {

@@ -1,7 +1,5 @@
 #include "utility/CUnixProcNet.h"
 
-#include <algorithm>
-#include <cstdlib>
 #include <map>
 
 #include "base/dir_walk.h"
@@ -70,10 +68,6 @@ class InodeIndex {
   std::vector<std::size_t> next_;
 };
 
-int read_table(Fd table, const CUnixProcNet::NetResolve& row, std::vector<NetInfo>& infos) {
-  return read_socket_file<LineWithoutFeed>(std::move(table), row, kCannotOpenTable, infos);
-}
-
 // The records of the tables below one root directory. Below another than the host's, whoever lives
 // there may have put anything in the place of a table: only the kernel's own are taken.
 std::vector<NetInfo> read_root(const std::string& root) {
@@ -83,7 +77,7 @@ std::vector<NetInfo> read_root(const std::string& root) {
   for (const auto& file : files) {
     Fd table = open_table(file.file.c_str());
     if (root == "/" || (table && is_kernel_table(table, file.file.c_str()))) {
-      read_table(std::move(table), file, nets);
+      read_socket_file<without_feed>(std::move(table), file, kCannotOpenTable, nets);
     }
   }
   return nets;
@@ -141,7 +135,7 @@ void CUnixProcNet::init_net_file(const std::string& root, std::vector<NetResolve
 }
 
 int CUnixProcNet::resolve_net_file(const NetResolve& row, std::vector<NetInfo>& infos) {
-  return read_table(open_table(row.file.c_str()), row, infos);
+  return read_socket_file<without_feed>(open_table(row.file.c_str()), row, kCannotOpenTable, infos);
 }
 
 int CUnixProcNet::get_net_info(const std::string& root, std::vector<NetInfo>& infos) {

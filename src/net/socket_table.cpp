@@ -5,10 +5,8 @@
 #include <sys/vfs.h>
 
 #include <charconv>
-#include <cstdio>
 
 #include "base/paths.h"
-#include "base/text.h"
 
 namespace utility::detail {
 namespace {

@@ -3,11 +3,9 @@
 #include <netinet/in.h>
 
 #include <cstdint>
-#include <cstring>
-#include <vector>
 
 #include "base/io.h"
-#include "utility/CStr.h"
+#include "base/text.h"
 
 // The kernel's socket tables, read once for the three classes that list them. Their records differ
 // in types and in one state name; what a line means does not.
@@ -75,24 +73,17 @@ bool resolve_line(int family, const char* line, const char* listening, Record& r
   return true;
 }
 
-/// Prepares a line for parsing: white space at both ends goes.
-struct TrimmedLine {
-  std::string text;
-  const char* operator()(LineSource& lines) {
-    text = lines.text();
-    CStr::trim(text);
-    return text.c_str();
-  }
-};
+/// Prepares a line for parsing, in its place: white space at both ends goes.
+inline const char* trimmed(char* text) noexcept {
+  text[std::string_view(text).find_last_not_of(kTrimSet) + 1] = '\0';
+  return text + std::strspn(text, kTrimSet);
+}
 
-/// Prepares a line for parsing: its line feed goes, nothing else.
-struct LineWithoutFeed {
-  const char* operator()(LineSource& lines) const {
-    char* text = lines.text();
-    text[std::strcspn(text, "\n")] = '\0';
-    return text;
-  }
-};
+/// Prepares a line for parsing, in its place: its line feed goes, nothing else.
+inline const char* without_feed(char* text) noexcept {
+  text[std::strcspn(text, "\n")] = '\0';
+  return text;
+}
 
 /// Opens a table: a regular file, as the kernel's are, so that nothing else can hold its reader up.
 Fd open_table(const char* path) noexcept;
@@ -107,15 +98,14 @@ inline constexpr std::size_t kMostTableBytes = std::size_t{256} << 20;
 ///
 /// @param cannot_open  returned when there is no table.
 /// @return 0 at the end of the file, or where reading it failed.
-template <class Prepare, class Row, class Record>
+template <auto kPrepare, class Row, class Record>
 int read_socket_file(Fd table, const Row& row, int cannot_open, std::vector<Record>& out) {
   Lines<1025> lines(std::move(table));  // with its NUL: longer lines come in pieces of 1024
   if (!lines) return cannot_open;
   lines.next();  // the column header
-  Prepare prepare;
   while (lines.consumed() < kMostTableBytes && lines.next()) {
     Record record{};
-    if (row.resolve(prepare(lines), record) != 0) continue;
+    if (row.resolve(kPrepare(lines.text()), record) != 0) continue;
     record.protocol = row.protocol;
     out.push_back(std::move(record));
   }

@@ -3,15 +3,12 @@
 #include <signal.h>
 
 #include <chrono>
-#include <cstdlib>
 #include <thread>
 
 #include "base/callback.h"
 #include "base/dir_walk.h"
 #include "base/io.h"
 #include "base/paths.h"
-#include "base/text.h"
-#include "proc/CUnixProc_text.h"
 #include "proc/ProcessReader.h"
 
 namespace utility {
@@ -30,10 +27,6 @@ int read_key(const std::string& path, std::string_view key, Take take) {
   return lines.failed() ? kNotRead : kDone;
 }
 
-int read_id(const std::string& path, std::string_view key, unsigned int& id) {
-  return read_key(path, key, [&id](const char* rest) { parse_id(rest, id); });
-}
-
 // Joins the first `limit` bytes of a cmdline or environ file; a missing file is an empty one.
 int read_args(const std::string& path, int limit, std::string& text) {
   if (path.empty()) return kUnusable;
@@ -46,6 +39,16 @@ int read_args(const std::string& path, int limit, std::string& text) {
   const Buffer buffer = make_buffer(static_cast<std::size_t>(limit));
   if (!buffer) return kNoMemory;
   return read_joined(file, buffer.get(), limit, text);
+}
+
+// The path in a line of a maps file; empty when the line names no file or a deleted one. `fields`
+// is working space, so that its memory serves all lines.
+std::string mapped_path(std::string line, std::vector<std::string>& fields) {
+  CStr::trim(line);
+  if (contains(line, "(deleted)") || (contains(line, "[") && contains(line, "]"))) return {};
+  fields.clear();
+  CStr::ext_line(fields, line);
+  return fields.size() > 5 ? std::move(fields[5]) : "";
 }
 
 // Collects the pid of a record that `matches`, given the record and the key as what it is.
@@ -136,11 +139,11 @@ int CUnixProc::get_boottime(long& boot_time) {
 }
 
 int CUnixProc::get_uid(const std::string& status_path, unsigned int& uid) {
-  return read_id(status_path, "Uid:", uid);
+  return read_key(status_path, "Uid:", [&uid](const char* rest) { parse_id(rest, uid); });
 }
 
 int CUnixProc::get_gid(const std::string& status_path, unsigned int& gid) {
-  return read_id(status_path, "Gid:", gid);
+  return read_key(status_path, "Gid:", [&gid](const char* rest) { parse_id(rest, gid); });
 }
 
 int CUnixProc::get_proc_name(const std::string& status_path, std::string& name) {

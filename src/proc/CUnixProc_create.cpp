@@ -1,17 +1,14 @@
 #include <signal.h>
 #include <sys/resource.h>
 
-#include <algorithm>
+#include <cctype>
 #include <climits>
-#include <cstdlib>
-#include <optional>
 
 #include "base/database_entry.h"
 #include "base/dir_walk.h"
 #include "base/io.h"
 #include "base/paths.h"
-#include "proc/CUnixProc_text.h"
-#include "utility/CUnixProc.h"
+#include "proc/ProcessReader.h"
 
 namespace utility {
 
@@ -38,7 +35,7 @@ struct Daemon {
 
 // The link that is read is always `dir` itself: a link to a link never leads anywhere.
 bool leads_to_directory(const std::string& dir) {
-  constexpr int kMaxReadings = 40;
+  constexpr int kMaxReadings = 40;  // as many as the kernel follows
   constexpr std::size_t kMaxTarget = 260;
   std::string path = dir;
   for (int readings = 0;; ++readings) {
@@ -79,6 +76,19 @@ void close_below(unsigned int limit) {
     return;
   }
   for (unsigned int fd = 0; fd < limit; ++fd) ::close(static_cast<int>(fd));
+}
+
+// The shell command that runs `executable` with `args`. In the executable's file name every byte
+// but letters and digits is escaped; its directories, and a path without "/", stay as they are.
+std::string shell_command(const std::string& executable, const std::string& args);
+std::string shell_command(const std::string& executable, const std::string& args) {
+  const std::size_t slash = std::min(executable.rfind('/'), executable.size() - 1);
+  std::string command = executable.substr(0, slash + 1);
+  for (const char c : executable.substr(slash + 1)) {
+    if (std::isalnum(static_cast<unsigned char>(c)) == 0) command += '\\';
+    command += c;
+  }
+  return command.append(" ").append(args);
 }
 
 [[noreturn]] void run_daemon(const Daemon& daemon) {

@@ -2,7 +2,6 @@
 
 #include "base/io.h"
 #include "base/text.h"
-#include "utility/CStr.h"
 
 namespace utility {
 

@@ -3,7 +3,6 @@
 #include "base/io.h"
 #include "base/paths.h"
 #include "base/text.h"
-#include "utility/CStr.h"
 
 namespace utility {
 

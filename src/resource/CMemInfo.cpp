@@ -1,7 +1,6 @@
 #include "utility/CMemInfo.h"
 
 #include <cmath>
-#include <cstdlib>
 
 #include "base/io.h"
 #include "base/text.h"

@@ -2,9 +2,6 @@
 
 #include <mntent.h>
 
-#include <memory>
-#include <vector>
-
 #include "base/callback.h"
 #include "base/dir_walk.h"
 #include "base/io.h"

@@ -1,14 +1,12 @@
 #include "utility/CUnixLog.h"
 
 #include <chrono>
-#include <cstring>
 #include <thread>
 
 #include "base/callback.h"
 #include "base/io.h"
 #include "base/paths.h"
 #include "base/text.h"
-#include "utility/CStr.h"
 #include "utility/CUnixTools.h"
 
 namespace utility {

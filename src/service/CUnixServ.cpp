@@ -55,9 +55,8 @@ int change_service(const std::string& name, const char* verb) {
 }  // namespace
 
 int CUnixServ::getstatus(const std::string& text, std::string& status) {
-  const auto* const found =
-      std::find_if(std::begin(kPhrases), std::end(kPhrases),
-                   [&](const StatusPhrase& entry) { return contains(text, entry.phrase); });
+  const auto is_in = [&](const StatusPhrase& entry) { return contains(text, entry.phrase); };
+  const auto* const found = std::find_if(std::begin(kPhrases), std::end(kPhrases), is_in);
   status = found == std::end(kPhrases) ? "-" : found->status;
   return kDone;
 }

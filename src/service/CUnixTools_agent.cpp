@@ -5,7 +5,6 @@
 #include "base/io.h"
 #include "base/paths.h"
 #include "base/text.h"
-#include "utility/CStr.h"
 #include "utility/CUnixTools.h"
 
 namespace utility {
@@ -17,10 +16,8 @@ namespace {
 std::string read_installation_directory() {
   Lines<1024> lines(open_to_read("/var/log/version_control"));
   if (!lines) return "/usr/local/tarvel_agent";
-  if (!lines.next()) return {};
-  std::string directory(lines.line());
-  if (!directory.empty() && directory.back() == '\n') directory.pop_back();
-  return directory;
+  const std::string_view line = lines.next() ? lines.line() : std::string_view();
+  return std::string(line.substr(0, line.find('\n')));
 }
 
 }  // namespace

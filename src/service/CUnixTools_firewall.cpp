@@ -1,7 +1,5 @@
 // The firewall part of CUnixTools.
 
-#include <cstdio>
-
 #include "base/edited_copy.h"
 #include "base/paths.h"
 #include "base/text.h"
@@ -22,13 +20,6 @@ struct PortChange {
 constexpr PortChange kAllow{"--add-port=", "allow ", CUnixTools::appand_rule};
 constexpr PortChange kBan{"--remove-port=", "delete allow ", CUnixTools::delete_rule};
 
-struct RuleFile {
-  const char* path;
-  const char* service;
-};
-constexpr RuleFile kPanelRules{"/etc/amh-iptables", "amh-start"};
-constexpr RuleFile kSystemRules{"/etc/sysconfig/iptables", "iptables"};
-
 void run(const std::string& command) { CUnixTools::exec_cmd(command.c_str()); }
 
 void change_centos(const std::string& port, const PortChange& change) {
@@ -38,11 +29,13 @@ void change_centos(const std::string& port, const PortChange& change) {
     run("firewall-cmd --reload >/dev/null");
     return;
   }
-  const RuleFile& rules = exists(kPanelRules.path) ? kPanelRules : kSystemRules;
-  if (exists(rules.path)) {
-    change.edit(rules.path, "-A INPUT -p tcp -m tcp --dport " + port + " -j ACCEPT\n");
+  const bool has_panel = exists("/etc/amh-iptables");
+  const char* rules = has_panel ? "/etc/amh-iptables" : "/etc/sysconfig/iptables";
+  if (exists(rules)) {
+    change.edit(rules, "-A INPUT -p tcp -m tcp --dport " + port + " -j ACCEPT\n");
   }
-  run("/etc/init.d/" + std::string(rules.service) + " restart 2&> /dev/null");
+  run(std::string("/etc/init.d/") + (has_panel ? "amh-start" : "iptables") +
+      " restart 2&> /dev/null");
 }
 
 int change_port(const std::string& distribution, int port, const PortChange& change) {
