@@ -10,9 +10,7 @@ using utility::CNetInfo;
 
 namespace {
 
-void shell(const std::string& command) {
-  ASSERT_EQ(std::system(command.c_str()), 0) << command;
-}
+void shell(const std::string& command) { ASSERT_EQ(std::system(command.c_str()), 0) << command; }
 
 // Name, address, mask, broadcast, MAC, MTU, and the flags without the one that tells of a carrier.
 std::string line(const std::string& name, const CNetInfo::net_interface& info) {

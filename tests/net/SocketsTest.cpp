@@ -203,9 +203,7 @@ sockaddr_in6 address_of(int fd) {
   return address;
 }
 
-std::string port_of(int fd) {
-  return std::to_string(ntohs(address_of(fd).sin6_port));
-}
+std::string port_of(int fd) { return std::to_string(ntohs(address_of(fd).sin6_port)); }
 
 // Opens a socket, listening if it is one that can, on a port that the kernel chooses.
 int open_socket(int family, int type) {

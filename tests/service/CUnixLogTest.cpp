@@ -22,9 +22,7 @@ int collect(const Rule& rule, void* context) {
   return 0;
 }
 
-int collect_and_stop(const Rule& rule, void* context) {
-  return collect(rule, context) + 1;
-}
+int collect_and_stop(const Rule& rule, void* context) { return collect(rule, context) + 1; }
 
 // A daemon made of a file, which "service" makes and removes and "ps" shows.
 void fake_daemon(const std::string& service) {

@@ -39,15 +39,11 @@ void require(bool done, const std::string& what) {
 
 // The leak check needs /proc, which some tests hide.
 // NOLINTNEXTLINE(bugprone-reserved-identifier): the sanitizer's
-extern "C" int __lsan_is_turned_off() {
-  return std::ifstream("/proc/self/maps").is_open() ? 0 : 1;
-}
+extern "C" int __lsan_is_turned_off() { return std::ifstream("/proc/self/maps").is_open() ? 0 : 1; }
 
 namespace sandbox {
 
-const std::string& scratch() {
-  return kScratch;
-}
+const std::string& scratch() { return kScratch; }
 
 void write_file(const std::string& path, const std::string& content, unsigned mode) {
   fs::create_directories(fs::path(path).parent_path());

@@ -24,9 +24,7 @@ struct Options {
 };
 
 /// Calls `body`: to go, since a test needs nothing around what it does in the sandbox.
-inline void run(const std::function<void()>& body, const Options& = {}) {
-  body();
-}
+inline void run(const std::function<void()>& body, const Options& = {}) { body(); }
 
 /// A private directory that vanishes with the sandbox.
 const std::string& scratch();
