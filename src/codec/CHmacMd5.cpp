@@ -15,8 +15,6 @@ namespace {
 
 constexpr std::size_t kBlock = 64;
 constexpr std::size_t kDigest = 16;
-constexpr char kInnerPad = 0x36;
-constexpr char kOuterPad = 0x5C;
 
 /// Begins a digest with a pad: the key, stretched by zeros to a block and mixed with `mask`.
 void begin(MD5::MD5_CTX& context, const char* key, std::size_t key_size, char mask) noexcept {
@@ -56,9 +54,9 @@ int CHmacMd5::hmac_md5(const char* text, int textLen, char* key, int keyLen, cha
     key_size = kDigest;
   }
   MD5::MD5_CTX context;
-  begin(context, key, key_size, kInnerPad);
+  begin(context, key, key_size, 0x36);  // RFC 2104's ipad
   end(context, text, static_cast<std::size_t>(textLen), inner);
-  begin(context, key, key_size, kOuterPad);
+  begin(context, key, key_size, 0x5C);  // and opad
   end(context, inner, kDigest, digest);
   return 0;
 }

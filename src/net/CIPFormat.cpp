@@ -346,9 +346,11 @@ bool CIPFormat::is_ip_in_range(const char* ip, std::vector<IPRangeExpress>& rang
   const std::string address = contains(ip, ":") ? ip : ipv4_to_ipv6(ip);
   DecimalText text;
   if (!write_decimal(address, text)) return false;
-  return std::any_of(
-      ranges.begin(), ranges.end(),
-      [view = std::string_view(text)](const auto& range) { return matches(range, view); });
+  const std::string_view view = text;
+  for (const IPRangeExpress& range : ranges) {
+    if (matches(range, view)) return true;
+  }
+  return false;
 }
 
 bool CIPFormat::ipv6_in_range(const std::string& begin, const std::string& end,
