@@ -1,6 +1,5 @@
 #pragma once
 
-#include <fcntl.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <unistd.h>
@@ -9,8 +8,10 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <string>
-#include <string_view>
+#include <vector>
 
 // What the fuzzers share. Each takes any bytes and holds what must be true of them whatever they
 // are; what a call should give is said by the call that undoes it, or by another that does the
@@ -29,76 +30,46 @@ class Input {
   Input(const std::uint8_t* data, std::size_t size)
       : bytes_(reinterpret_cast<const char*>(data), size) {}
 
-  bool empty() const { return bytes_.empty(); }
-  unsigned char byte() { return static_cast<unsigned char>(take(1, 1)[0]); }
-
+  unsigned char byte() {
+    const char first = bytes_.empty() ? '\0' : bytes_[0];
+    bytes_.erase(0, 1);
+    return static_cast<unsigned char>(first);
+  }
   /// What stands before the next `end`, which is dropped.
   std::string text(char end) {
-    const std::size_t size = bytes_.find(end);
-    return size < bytes_.size() ? take(size, size + 1) : rest();
-  }
-  /// The same without bytes of zero: a text as C has it.
-  std::string c_text(char end) { return text(end).c_str(); }
-
-  std::string rest() { return take(bytes_.size(), bytes_.size()); }
-
- private:
-  std::string take(std::size_t size, std::size_t dropped) {
-    std::string taken(bytes_.substr(0, size));
-    bytes_.remove_prefix(std::min(dropped, bytes_.size()));
-    taken.resize(size);
+    const std::size_t size = std::min(bytes_.find(end), bytes_.size());
+    const std::string taken = bytes_.substr(0, size);
+    bytes_.erase(0, size + 1);
     return taken;
   }
-
-  std::string_view bytes_;
-};
-
-/// A directory in memory, in mounts of the fuzzer's own: only it sees what it puts over the
-/// machine's files, and everything is gone when it ends. It hides /run, where nothing is that a
-/// fuzzer needs, nor may reach. Takes root.
-inline const std::string& scratch() {
-  static const std::string path = [] {
-    check(::unshare(CLONE_NEWNS) == 0 &&
-              ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-              ::mount("tmpfs", "/run", "tmpfs", 0, "mode=0755") == 0,
-          "mounts of its own");
-    return "/run";
-  }();
-  return path;
-}
-
-/// A file in `scratch()`, seen as the existing file `target` too where that is given.
-class ScratchFile {
- public:
-  explicit ScratchFile(const std::string& name, const char* target = nullptr)
-      : path(scratch() + "/" + name),
-        fd_(::open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0644)) {
-    const bool seen =
-        target == nullptr || ::mount(path.c_str(), target, nullptr, MS_BIND, nullptr) == 0;
-    check(fd_ >= 0 && seen, "a scratch file");
-  }
-  ScratchFile(const ScratchFile&) = delete;
-  ScratchFile& operator=(const ScratchFile&) = delete;
-  ~ScratchFile() { ::close(fd_); }
-
-  void write(std::string_view content) const {
-    const auto size = static_cast<ssize_t>(content.size());
-    check(::ftruncate(fd_, 0) == 0 && ::pwrite(fd_, content.data(), content.size(), 0) == size,
-          "a written file");
-  }
-
-  const std::string path;
+  /// The same up to a byte of zero: a text as C has it.
+  std::string c_text(char end) { return text(end).c_str(); }
+  const std::string& rest() const { return bytes_; }
 
  private:
-  int fd_;
+  std::string bytes_;
 };
 
-/// The file `path` whole; empty where there is none.
 inline std::string read_file(const std::string& path) {
-  std::string content;
-  if (FILE* file = std::fopen(path.c_str(), "rbe")) {
-    for (int byte = 0; (byte = std::getc(file)) != EOF;) content += static_cast<char>(byte);
-    std::fclose(file);
-  }
-  return content;
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+inline void write_file(const std::string& path, const std::string& content) {
+  check((std::ofstream(path, std::ios::binary) << content).good(), "a written file");
+}
+
+/// A file `name` in memory, seen as the existing file `target` too where that is given. Its mounts
+/// are the fuzzer's own: only it sees what is put over the machine's files, and everything is gone
+/// when it ends. They hide /run, where nothing is that a fuzzer may reach. Takes root.
+inline std::string scratch_file(const std::string& name, const std::string& target = "") {
+  static const bool is_apart = ::unshare(CLONE_NEWNS) == 0 &&
+                               ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                               ::mount("tmpfs", "/run", "tmpfs", 0, "mode=0755") == 0;
+  check(is_apart, "mounts of its own");
+  const std::string path = "/run/" + name;
+  write_file(path, "");
+  check(target.empty() || ::mount(path.c_str(), target.c_str(), nullptr, MS_BIND, nullptr) == 0,
+        "a scratch file");
+  return path;
 }
