@@ -11,9 +11,9 @@
 #include <filesystem>
 #include <functional>
 
+#include "support/cases.h"
 #include "support/open_descriptors.h"
 #include "support/sandbox.h"
-#include "support/temp_dir.h"
 #include "utility/CUnixFile.h"
 
 namespace fs = std::filesystem;
@@ -23,55 +23,42 @@ using Lines = std::vector<std::string>;
 
 namespace {
 
-// Paths are below a directory of the test's own.
-class CUnixToolsFiles : public ::testing::Test {
- protected:
-  CUnixToolsFiles() { fs::current_path(dir.path()); }
-  ~CUnixToolsFiles() override { fs::current_path(before_); }
-
-  const TempDir dir;
-
- private:
-  const fs::path before_ = fs::current_path();
+// Paths are below the test's own directory.
+struct CUnixToolsFiles : ::testing::Test {
+  CUnixToolsFiles() { fs::current_path(sandbox::scratch()); }
 };
 
 }  // namespace
 
 TEST_F(CUnixToolsFiles, TypesAndExistence) {
-  dir.write("file", "x");
+  sandbox::write_file("file", "x");
   ::chmod("file", 04751);
   ::mkfifo("fifo", 0600);
   fs::create_symlink("file", "link");
   fs::create_symlink("nothing", "dangling");
   fs::create_symlink(".", "dirlink");
-  const struct {
-    const char* path;
-    int type;
-    bool exists, is_dir;
-    unsigned long mode;
-  } rows[] = {{".", 1, true, true, 040700},        {"file", 2, true, false, 0104751},
-              {"link", 3, true, false, 0104751},   {"dangling", 3, false, false, 0},
-              {"dirlink", 3, true, false, 040700}, {"fifo", 255, true, false, 010600},
-              {"missing", 255, false, false, 0},   {nullptr, 255, false, false, 0}};
-  for (const auto& [path, type, exists, is_dir, mode] : rows) {
-    SCOPED_TRACE(path == nullptr ? "null" : path);
-    EXPECT_EQ(CUnixTools::file_type(path), type);
-    EXPECT_EQ(CUnixTools::file_is_exist(path), exists);
-    EXPECT_EQ(CUnixTools::is_exist_dir(path), is_dir);
-    EXPECT_EQ(CUnixTools::read_file_permission(path), mode);
-  }
+  for_each_case(FIXTURES "/types.txt",
+                {{"file", [](const Case& row) {
+                    const std::string name = row["name"];
+                    const char* const path = name == "null" ? nullptr : name.c_str();
+                    row.expect("type", CUnixTools::file_type(path));
+                    row.expect("exists", CUnixTools::file_is_exist(path));
+                    row.expect("is_dir", CUnixTools::is_exist_dir(path));
+                    row.expect("mode",
+                               static_cast<long long>(CUnixTools::read_file_permission(path)));
+                  }}});
 }
 
 TEST_F(CUnixToolsFiles, AreCreatedWithTheirDirectories) {
-  const mode_t before = ::umask(027);
-  dir.write("full", "content");
+  ::umask(027);
+  sandbox::write_file("full", "content");
   EXPECT_EQ(CUnixTools::create_file("new", 0666), 0);
   EXPECT_EQ(CUnixTools::read_file_permission("new"), 0100640U);
   EXPECT_EQ(CUnixTools::create_file("full", 0666), 3);
-  EXPECT_EQ(dir.read("full"), "content");
+  EXPECT_EQ(sandbox::read_file("full"), "content");
   EXPECT_EQ(CUnixTools::create_file("no/such", 0666), 7);
   EXPECT_EQ(CUnixTools::create_file(nullptr, 0600), 7);
-  EXPECT_EQ(CUnixTools::mkdir_parents(dir / "a//b/c/", 0777), 0);
+  EXPECT_EQ(CUnixTools::mkdir_parents(sandbox::scratch() + "/" + "a//b/c/", 0777), 0);
   EXPECT_EQ(CUnixTools::read_file_permission("a/b/c"), 0040750U);
   EXPECT_EQ(CUnixTools::mkdir_parents("a/b", 0777), 0);
   EXPECT_EQ(CUnixTools::mkdir_parents("full/x", 0777), 12);
@@ -79,14 +66,13 @@ TEST_F(CUnixToolsFiles, AreCreatedWithTheirDirectories) {
   fs::create_symlink("a", "link");
   EXPECT_EQ(CUnixTools::mkdir_parents("link/b/new", 0777), 0);
   EXPECT_EQ(CUnixTools::mkdir_parents("", 0777), 0);
-  ::umask(before);
 }
 
 TEST_F(CUnixToolsFiles, AreCopiedAndMoved) {
   const std::string big(3 * 16384 + 1, 'b');
-  dir.write("big", big);
+  sandbox::write_file("big", big);
   ::chmod("big", 0641);
-  dir.write("old", "old content");
+  sandbox::write_file("old", "old content");
   fs::create_hard_link("old", "other_name");
   fs::create_symlink("big", "link");
   fs::create_symlink(".", "dirlink");
@@ -95,24 +81,25 @@ TEST_F(CUnixToolsFiles, AreCopiedAndMoved) {
   const std::size_t descriptors = open_descriptors();
 
   EXPECT_EQ(CUnixTools::copy_regular_file("link", "old"), 0);
-  EXPECT_EQ(dir.read("old"), big);
-  EXPECT_EQ(dir.read("other_name"), "old content") << "the target is unlinked, not written into";
+  EXPECT_EQ(sandbox::read_file("old"), big);
+  EXPECT_EQ(sandbox::read_file("other_name"), "old content")
+      << "the target is unlinked, not written into";
   EXPECT_EQ(CUnixTools::read_file_permission("old"), 0100641U);
   EXPECT_EQ(CUnixTools::copy_regular_file("big", "./big"), 1) << "one directory entry";
-  EXPECT_EQ(dir.read("big"), big);
+  EXPECT_EQ(sandbox::read_file("big"), big);
   EXPECT_EQ(CUnixTools::copy_regular_file("missing", "other_name"), 1);
   EXPECT_FALSE(fs::exists("other_name")) << "removed before the source is opened";
   EXPECT_EQ(CUnixTools::copy_regular_file("big", "no/such"), 1);
   EXPECT_EQ(CUnixTools::copy_regular_file(nullptr, nullptr), 1);
   EXPECT_EQ(CUnixTools::copy_regular_file("dirlink", "empty"), 0);
   EXPECT_EQ(CUnixTools::copy_regular_file("fifolink", "empty2"), 0);
-  EXPECT_EQ(dir.read("empty") + dir.read("empty2"), "");
+  EXPECT_EQ(sandbox::read_file("empty") + sandbox::read_file("empty2"), "");
 
   EXPECT_EQ(CUnixTools::copy_file("missing", "x", true), 4);
   EXPECT_EQ(CUnixTools::copy_file("big", "empty", false), 3);
   EXPECT_EQ(CUnixTools::copy_file("fifo", "x", true), 13);
   EXPECT_EQ(CUnixTools::move_file("link", "moved", true), 0);
-  EXPECT_EQ(dir.read("moved"), big);
+  EXPECT_EQ(sandbox::read_file("moved"), big);
   EXPECT_TRUE(fs::exists("big")) << "moving a link moves what it shows and removes the link";
   EXPECT_EQ(CUnixTools::move_file("fifo", "y", true), 0);
   EXPECT_FALSE(fs::exists("fifo")) << "an uncopyable source is lost";
@@ -121,14 +108,14 @@ TEST_F(CUnixToolsFiles, AreCopiedAndMoved) {
 
 TEST_F(CUnixToolsFiles, AreCopiedAndRemovedAsTrees) {
   fs::create_directories("tree/sub/deep");
-  dir.write("tree/sub/deep/file", "x");
+  sandbox::write_file("tree/sub/deep/file", "x");
   fs::create_symlink("../..", "tree/sub/up");
   fs::permissions("tree/sub", fs::perms(0700));
   fs::create_directory_symlink("tree", "dirlink");
   fs::create_directory("pipes");
   ::mkfifo("pipes/fifo", 0600);
   EXPECT_EQ(CUnixTools::copy_file("tree", "copy", false), 0);
-  EXPECT_EQ(dir.read("copy/sub/deep/file"), "x");
+  EXPECT_EQ(sandbox::read_file("copy/sub/deep/file"), "x");
   EXPECT_EQ(CUnixTools::read_file_permission("copy/sub"), 0040700U);
   EXPECT_EQ(CUnixTools::copy_directory("none", "x"), 1);
   EXPECT_EQ(CUnixTools::copy_directory(nullptr, nullptr), 1);
@@ -147,45 +134,37 @@ TEST_F(CUnixToolsFiles, AreCopiedAndRemovedAsTrees) {
 
 // A target that is a link to the source is another entry: it goes, and the source's content stays.
 TEST_F(CUnixToolsFiles, LinksToTheSourceBecomeCopies) {
-  const struct {
-    const char* target;
-    int copied, moved;
-    bool source_stays;
-  } rows[] = {{"symbolic", 0, 0, false},
-              {"hard", 0, 0, false},
-              {"source", 1, 4, true},
-              {"/source", 1, 4, true}};  // below the whole path
-  for (const auto& row : rows) {
-    const std::string target = row.target[0] == '/' ? dir.path() + row.target : row.target;
+  const std::string whole = sandbox::scratch() + "/source";
+  for (const std::string& target : {std::string("symbolic"), std::string("hard"), whole}) {
     SCOPED_TRACE(target);
+    const bool is_same = target == whole;
     for (const bool moves : {false, true}) {
       for (const char* name : {"source", "symbolic", "hard"}) fs::remove(name);
-      dir.write("source", "content");
+      sandbox::write_file("source", "content");
       fs::create_symlink("source", "symbolic");
       fs::create_hard_link("source", "hard");
-      EXPECT_EQ(
-          (moves ? CUnixTools::move_file : CUnixTools::copy_file)("source", target.c_str(), true),
-          moves ? row.moved : row.copied);
-      EXPECT_EQ(dir.read(fs::path(target).filename()), "content");
+      const auto operation = moves ? CUnixTools::move_file : CUnixTools::copy_file;
+      EXPECT_EQ(operation("source", target.c_str(), true), !is_same ? 0 : moves ? 4 : 1);
+      EXPECT_EQ(sandbox::read_file(target), "content");
       EXPECT_FALSE(fs::is_symlink(target));
-      EXPECT_EQ(fs::exists("source"), !moves || row.source_stays);
+      EXPECT_EQ(fs::exists("source"), !moves || is_same);
     }
   }
 }
 
 TEST_F(CUnixToolsFiles, ALeasedSourceIsWaitedFor) {
-  dir.write("source", "content");
+  sandbox::write_file("source", "content");
   const pid_t holder = ::fork();
   if (holder == 0) {
     ::signal(SIGIO, [](int) { ::_exit(0); });  // asked to let go
     const int fd = ::open("source", O_RDWR);
     if (::fcntl(fd, F_SETLEASE, F_WRLCK) != 0) ::_exit(1);
-    dir.write("leased", "");
+    sandbox::write_file("leased", "");
     for (;;) ::pause();
   }
   while (!fs::exists("leased")) ASSERT_EQ(::waitpid(holder, nullptr, WNOHANG), 0);
   EXPECT_EQ(CUnixTools::move_file("source", "target", false), 0);
-  EXPECT_EQ(dir.read("target"), "content");
+  EXPECT_EQ(sandbox::read_file("target"), "content");
   int status = -1;
   ::waitpid(holder, &status, 0);
   EXPECT_EQ(status, 0) << "the lease was broken";
@@ -193,12 +172,12 @@ TEST_F(CUnixToolsFiles, ALeasedSourceIsWaitedFor) {
 
 TEST_F(CUnixToolsFiles, ACopyIntoItselfEnds) {
   fs::create_directories("tree/sub");
-  dir.write("tree/sub/file", "x");
+  sandbox::write_file("tree/sub/file", "x");
   CUnixTools::copy_directory("tree", "tree/sub/copy");
-  EXPECT_EQ(dir.read("tree/sub/copy/sub/file"), "x");
+  EXPECT_EQ(sandbox::read_file("tree/sub/copy/sub/file"), "x");
   EXPECT_FALSE(fs::exists("tree/sub/copy/sub/copy"));
   EXPECT_EQ(CUnixTools::copy_directory("tree", "tree/../tree"), 1);
-  EXPECT_EQ(dir.read("tree/sub/file"), "x");
+  EXPECT_EQ(sandbox::read_file("tree/sub/file"), "x");
 }
 
 // While an entry becomes a link out of the tree and back, nothing outside is touched.
@@ -241,13 +220,10 @@ TEST_F(CUnixToolsFiles, CutPathsNeverLeadBack) {
 }
 
 TEST(CUnixTools, AFullDiskStopsTheCopy) {
-  sandbox::run([] {
-    ASSERT_EQ(::mount("tmpfs", "/mnt", "tmpfs", 0, "size=64k"), 0);
-    sandbox::write_file("/etc/big", std::string(200000, 'x'));
-    EXPECT_EQ(CUnixTools::copy_regular_file("/etc/big", "/mnt/copy"), 1);
-    EXPECT_EQ(CUnixTools::read_file_permission("/mnt/copy"), 0100600U)
-        << "nobody else reads a part";
-  });
+  ASSERT_EQ(::mount("tmpfs", "/mnt", "tmpfs", 0, "size=64k"), 0);
+  sandbox::write_file("/etc/big", std::string(200000, 'x'));
+  EXPECT_EQ(CUnixTools::copy_regular_file("/etc/big", "/mnt/copy"), 1);
+  EXPECT_EQ(CUnixTools::read_file_permission("/mnt/copy"), 0100600U) << "nobody else reads a part";
 }
 
 TEST(CUnixTools, CommandsReportOneByteOfTheirStatus) {
@@ -293,8 +269,6 @@ TEST(CUnixTools, ClockAndIdentity) {
   EXPECT_EQ(CUnixTools::get_process_user(), tools[1]);
   EXPECT_EQ(CUnixTools::get_process_path(::getpid()), fs::read_symlink("/proc/self/exe"));
   EXPECT_EQ(CUnixTools::get_process_path(-1), "");
-  sandbox::run([] {
-    ASSERT_EQ(::setuid(54321), 0);
-    EXPECT_EQ(CUnixTools::get_process_user(), "") << "an id without an entry";
-  });
+  ASSERT_EQ(::setuid(54321), 0);
+  EXPECT_EQ(CUnixTools::get_process_user(), "") << "an id without an entry";
 }

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <set>
@@ -46,14 +47,12 @@ void arrange(const std::string& name) {
   ASSERT_EQ(std::system("python3 server.py </dev/null >/dev/null 2>&1"), 0);
 }
 
-std::string without_figures(const std::string& text) {
-  std::string result;
-  for (const char c : text) {
-    const bool digit = c >= '0' && c <= '9';
-    if (!digit) result += c;
-    if (digit && (result.empty() || result.back() != '#')) result += '#';
-  }
-  return result;
+std::string without_figures(std::string text) {
+  std::replace_if(
+      text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; }, '#');
+  const auto both = [](char a, char b) { return a == '#' && b == '#'; };
+  text.erase(std::unique(text.begin(), text.end(), both), text.end());
+  return text;
 }
 
 std::set<std::string> names() {
@@ -69,21 +68,17 @@ std::set<std::string> names() {
 class DocExample : public ::testing::TestWithParam<std::string> {};
 
 TEST_P(DocExample, PrintsWhatTheDocumentationSays) {
-  sandbox::run([] {
-    const std::string& name = GetParam();
-    std::string expected = sandbox::read_file(DOC_OUTPUTS + name + ".out");
-    ASSERT_NE(expected, "");
-    fs::current_path(sandbox::scratch());
-    arrange(name);
-    const std::string arguments = name == "mail" ? " 127.0.0.1 2525 agent@here root@there" : "";
-    EXPECT_EQ(std::system((DOC_EXAMPLES + name + arguments + " > printed").c_str()), 0);
-    std::string printed = sandbox::read_file("printed");
-    if (kFiguresVary.count(name) > 0) {
-      printed = without_figures(printed);
-      expected = without_figures(expected);
-    }
-    EXPECT_EQ(printed, expected);
-  });
+  const std::string& name = GetParam();
+  std::string expected = sandbox::read_file(DOC_OUTPUTS + name + ".out");
+  ASSERT_NE(expected, "");
+  arrange(name);
+  const std::string arguments = name == "mail" ? " 127.0.0.1 2525 agent@here root@there" : "";
+  std::string printed = sandbox::output_of(DOC_EXAMPLES + name + arguments);
+  if (kFiguresVary.count(name) > 0) {
+    printed = without_figures(printed);
+    expected = without_figures(expected);
+  }
+  EXPECT_EQ(printed, expected);
 }
 
 INSTANTIATE_TEST_SUITE_P(Doc, DocExample, ::testing::ValuesIn(names()),

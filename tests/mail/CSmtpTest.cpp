@@ -9,9 +9,9 @@
 #include <csignal>
 #include <future>
 #include <map>
-#include <sstream>
 #include <thread>
 
+#include "support/cases.h"
 #include "support/open_descriptors.h"
 #include "support/sandbox.h"
 
@@ -27,28 +27,13 @@ CSmtp::send_mail_t mail_to(const std::string& server, short port = 0) {
   return {server, "user", "pass", 0, port, "me@x\0y"s, "subject", to, cc, "line 1\r\nline 2", 14};
 }
 
-// The fields of one of dialogues.txt, all that the client says as "heard", and what the server
-// answers to each line of that; its greeting as "greeting".
-using Dialogue = std::map<std::string, std::string>;
+// What the server answers to each line of the client, to what is not said here to the liking of all
+// methods of authentication; its greeting as "greeting". Where it has no answer, it leaves.
+using Answers = std::map<std::string, std::string>;
 
-std::vector<Dialogue> read_dialogues() {
-  std::vector<Dialogue> all;
-  std::istringstream file(sandbox::read_file(FIXTURES "/dialogues.txt"));
-  for (std::string line, said; std::getline(file, line);) {
-    if (line.empty() || line[0] == '#') continue;
-    const std::string key = line.substr(0, line.find(": ")), value = line.substr(key.size() + 2);
-    if (key == "story") all.emplace_back(), said = "greeting";
-    if (key == "C") all.back()["heard"] += said = value + "\r\n";
-    if (key != "C" && key != "S") all.back()[key] = value;
-    if (said != "greeting" || key == "S") all.back()[said] += key == "S" ? value + "\r\n" : "";
-  }
-  return all;
-}
-
-// Lets `client` talk to a server that answers each message so, and every other to the liking of
-// all methods of authentication. Returns what the server hears.
+// Lets `client` talk to that server, and returns what it hears.
 template <class Client>
-std::string talk(Dialogue answers, Client client) {
+std::string talk(Answers answers, Client client) {
   int ends[2];
   EXPECT_EQ(::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends), 0);
   std::string heard;
@@ -99,21 +84,30 @@ volatile sig_atomic_t alarms = 0;
 
 TEST(CSmtp, TheDialogueEndsWithTheCodeOfItsFirstFailure) {
   const std::string big(8000000, 'x');
-  for (Dialogue& dialogue : read_dialogues()) {
-    SCOPED_TRACE(dialogue["story"]);
-    auto mail = mail_to("127.0.0.1\0x"s);
-    mail.need_auth = dialogue["auth"] == "yes" ? 1 : 0;
-    if (dialogue.count("body_len") > 0) mail.body = big.data(), mail.body_len = 8000000;
-    CSmtp::test_mail_t account{mail.server, "user", "pass", mail.need_auth, 0, mail.from};
-    int result = -1, tested = -1;
-    char flags = 0;
-    const auto send = [&](int sock) { result = CSmtp::putmail(sock, mail); };
-    EXPECT_EQ(talk(dialogue, send), dialogue["heard"]);
-    EXPECT_EQ(std::to_string(result), dialogue["result"]);
-    talk(dialogue, [&](int sock) { tested = CSmtp::test_valid(sock, account, flags); });
-    EXPECT_EQ(std::to_string(flags), dialogue["flags"]);
-    EXPECT_EQ(tested == 0, (flags & 4) != 0);
-  }
+  for_each_case(
+      FIXTURES "/dialogues.txt",
+      {{"story", [&big](const Case& row) {
+          Answers answers;
+          std::string said = "greeting", expected;
+          for (const std::string& line : row.all("said")) {
+            const std::string text = line.substr(3) + "\r\n";
+            if (line[0] == 'C') expected += said = text;
+            answers[said] += line[0] == 'S' ? text : "";
+          }
+          auto mail = mail_to("127.0.0.1\0x"s);
+          mail.need_auth = row["auth"] == "yes" ? 1 : 0;
+          if (row.has("body_len"))
+            mail.body = big.data(), mail.body_len = static_cast<int>(row.number("body_len"));
+          CSmtp::test_mail_t account{mail.server, "user", "pass", mail.need_auth, 0, mail.from};
+          int result = -1, tested = -1;
+          char flags = 0;
+          EXPECT_EQ(talk(answers, [&](int sock) { result = CSmtp::putmail(sock, mail); }),
+                    expected);
+          row.expect("result", result);
+          talk(answers, [&](int sock) { tested = CSmtp::test_valid(sock, account, flags); });
+          row.expect("flags", flags);
+          EXPECT_EQ(tested == 0, (flags & 4) != 0);
+        }}});
 }
 
 TEST(CSmtp, CredentialsFitIntoACommandOrStayHere) {

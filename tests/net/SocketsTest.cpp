@@ -10,8 +10,8 @@
 #include <sstream>
 
 #include "net/socket_table.h"
+#include "support/cases.h"
 #include "support/sandbox.h"
-#include "support/temp_dir.h"
 #include "utility/CNetInfo.h"
 #include "utility/CUnixNetlink.h"
 #include "utility/CUnixProcNet.h"
@@ -41,49 +41,40 @@ std::string text(const Record& r) {
        << r.remote_port << ' ' << r.state;
   return text.str();
 }
-std::string replaced(std::string text, const std::string& from, const std::string& to) {
-  const std::size_t at = text.find(from);
-  return at == std::string::npos ? text : text.replace(at, from.size(), to);
-}
 
 template <class Class, class Record>
-void check_line(const std::string& line, bool v4, const std::string& expected, unsigned inode,
-                int failure) {
+void check_line(const Case& row, int failure, const char* listening, const char* no_port) {
+  const auto resolve = row["family"] == "4" ? Class::resolve_v4_data : Class::resolve_v6_data;
   Record record{};
   record.protocol = record.state = "kept";
   record.inode = 5;
-  const std::string before = text(record);
-  const auto resolve = v4 ? Class::resolve_v4_data : Class::resolve_v6_data;
-  EXPECT_EQ(resolve(line.c_str(), record), expected.empty() ? failure : 0);
-  EXPECT_EQ(text(record), expected.empty() ? before : "kept " + expected);
-  EXPECT_EQ(record.inode, static_cast<decltype(record.inode)>(inode));
+  const bool is_line = row.has("state");
+  EXPECT_EQ(resolve(row["text"].c_str(), record), is_line ? 0 : failure);
+  EXPECT_EQ(record.protocol, "kept");
+  if (!is_line) {
+    EXPECT_TRUE(record.local_addr.empty() && record.state == "kept" && record.inode == 5);
+    return;
+  }
+  std::ostringstream local, remote;
+  local << record.local_port;
+  remote << record.remote_port;
+  row.expect("local_addr", record.local_addr);
+  row.expect("remote_addr", record.remote_addr);
+  row.expect("local_port", local.str());
+  EXPECT_EQ(remote.str(), row["remote_port"] == "0" ? no_port : row["remote_port"]);
+  EXPECT_EQ(record.state, row["state"] == "LISTEN" ? listening : row["state"]);
+  EXPECT_EQ(record.inode, static_cast<decltype(record.inode)>(row.number("inode")));
 }
 
 TEST(SocketLine, IsReadByTheThreeClasses) {
-  const struct {
-    const char* sentence;
-    bool v4;
-    std::string line, expected;  // as CUnixNetlink has it; empty where the line is none
-    unsigned inode;
-  } rows[] = {
-      {"a listener", true, kernel_line(true, 22), "127.0.0.1:22 0.0.0.0:0 LISTEN", 12345},
-      {"an IPv6 pair, the peer mapped, the inode beyond 31 bits", false, kernel_line(false, 80),
-       "2001:db8::1:80 ::ffff:127.0.0.1:443 ESTABLISHED", 4294967295U},
-      {"lower case, tabs, prefixes, a high digit too much, a state without a name", true,
-       "\t-7:\t10100007f:0xffff ff:1 0C 0:0 0:0 0\t-1 0 -2junk",
-       "127.0.0.1:65535 255.0.0.0:1 UNKNOWN", 4294967294U},
-      {"IPv6 words that are no eight digits", false, "1: 0000:1 0:0 01 0:0 0:0 0 0 0 1", "", 5},
-      {"one column too few", true, kernel_line(true, 22).substr(0, 91), "", 5},
-      {"one column too few, IPv6", false, kernel_line(false, 80).substr(0, 139), "", 5},
-      {"a timer that is not decimal", true, "0: 0:0 0:0 0A 0:0 0A:0 0 0 0 1", "", 5}};
-  for (const auto& [sentence, v4, line, expected, inode] : rows) {
-    SCOPED_TRACE(sentence);
-    const std::string display = replaced(expected, ":0 ", ":* ");
-    const std::string procnet = replaced(expected, "LISTEN", "LISTENING");
-    check_line<CNetInfo, CNetInfo::NetLinkInfo>(line, v4, display, inode, -1);
-    check_line<CUnixNetlink, CUnixNetlink::NetLinkInfo>(line, v4, expected, inode, v4 ? 1 : 2);
-    check_line<CUnixProcNet, CUnixProcNet::NetInfo>(line, v4, procnet, inode, v4 ? 6 : 7);
-  }
+  for_each_case(
+      FIXTURES "/socket_lines.txt",
+      {{"line", [](const Case& row) {
+          const bool v4 = row["family"] == "4";
+          check_line<CNetInfo, CNetInfo::NetLinkInfo>(row, -1, "LISTEN", "*");
+          check_line<CUnixNetlink, CUnixNetlink::NetLinkInfo>(row, v4 ? 1 : 2, "LISTEN", "0");
+          check_line<CUnixProcNet, CUnixProcNet::NetInfo>(row, v4 ? 6 : 7, "LISTENING", "0");
+        }}});
 }
 
 TEST(SocketLine, StatesHaveTheirNames) {
@@ -143,10 +134,9 @@ void check_file(int (*read)(const Row&, std::vector<Record>&), const std::string
 
 TEST(SocketTable, IsCutIntoLines) {
   const std::string x(1024, 'x');
-  const TempDir dir;
-  const std::string file =
-      dir.write("table", std::string(1030, 'h') + "\n  a \r\n" + x + "xx\n" +
-                             std::string("nul\0hidden\n", 11) + x.substr(1) + "\n\nlast");
+  const std::string file = sandbox::scratch() + "/table";
+  sandbox::write_file(file, std::string(1030, 'h') + "\n  a \r\n" + x + "xx\n" +
+                                std::string("nul\0hidden\n", 11) + x.substr(1) + "\n\nlast");
   check_file(CNetInfo::resolve_netlink_file, file, "a", -1);
   check_file(CUnixNetlink::resolve_netlink_file, file, "a", 3);
   check_file(CUnixProcNet::resolve_net_file, file, "  a \r", 3);
@@ -171,29 +161,27 @@ Texts read_by_all() {
 }
 
 TEST(SocketTable, AllAreReadInTheirOrder) {
-  sandbox::run([] {
-    const std::string net = sandbox::scratch() + "/proc/net/";
-    const char* names[] = {"tcp", "tcp4", "tcp6", "udp", "udp4", "udp6"};
-    for (int i = 5; i >= 0; --i) {
-      sandbox::write_file(net + names[i], "header\n" + kernel_line(i % 3 != 2, i + 1));
-    }
-    sandbox::bind_path(net, "/proc/self/net");
-    EXPECT_EQ(read_by_all(), Texts(3, "tcp:1 tcp:2 tcp6:3 udp:4 udp:5 udp6:6 0"));
-    std::vector<CUnixProcNet::NetResolve> files;
-    for (const char* from : {"", "/", "//"}) CUnixProcNet::init_net_file(from, files);
-    EXPECT_EQ(files.at(2).file + files.at(8).file, "/proc/net/tcp6/proc/net/tcp6");
-    EXPECT_EQ(files.at(14).file, "///proc/net/tcp6");
+  const std::string net = sandbox::scratch() + "/proc/net/";
+  const char* names[] = {"tcp", "tcp4", "tcp6", "udp", "udp4", "udp6"};
+  for (int i = 5; i >= 0; --i) {
+    sandbox::write_file(net + names[i], "header\n" + kernel_line(i % 3 != 2, i + 1));
+  }
+  sandbox::bind_path(net, "/proc/self/net");
+  EXPECT_EQ(read_by_all(), Texts(3, "tcp:1 tcp:2 tcp6:3 udp:4 udp:5 udp6:6 0"));
+  std::vector<CUnixProcNet::NetResolve> files;
+  for (const char* from : {"", "/", "//"}) CUnixProcNet::init_net_file(from, files);
+  EXPECT_EQ(files.at(2).file + files.at(8).file, "/proc/net/tcp6/proc/net/tcp6");
+  EXPECT_EQ(files.at(14).file, "///proc/net/tcp6");
 
-    // A file that exists and cannot be opened, even by root.
-    std::filesystem::remove(net + "tcp6");
-    ASSERT_EQ(::mknod((net + "tcp6").c_str(), S_IFSOCK | 0600, 0), 0);
-    const std::string rest = "tcp:1 tcp:2 udp:4 udp:5 udp6:6 0";
-    EXPECT_EQ(read_by_all(), (Texts{rest, "tcp:1 tcp:2 3", rest}));
+  // A file that exists and cannot be opened, even by root.
+  std::filesystem::remove(net + "tcp6");
+  ASSERT_EQ(::mknod((net + "tcp6").c_str(), S_IFSOCK | 0600, 0), 0);
+  const std::string rest = "tcp:1 tcp:2 udp:4 udp:5 udp6:6 0";
+  EXPECT_EQ(read_by_all(), (Texts{rest, "tcp:1 tcp:2 3", rest}));
 
-    for (const char* name : names) std::filesystem::remove(net + name);
-    EXPECT_EQ(read_by_all(), (Texts{"16", "0", "0"}));
-    EXPECT_EQ(read_all(CNetInfo::get_all_netlink_info, {{}}), ": 0") << "filled before the call";
-  });
+  for (const char* name : names) std::filesystem::remove(net + name);
+  EXPECT_EQ(read_by_all(), (Texts{"16", "0", "0"}));
+  EXPECT_EQ(read_all(CNetInfo::get_all_netlink_info, {{}}), ": 0") << "filled before the call";
 }
 
 sockaddr_in6 address_of(int fd) {
@@ -227,36 +215,34 @@ Texts held_sockets(int result = 0) {
 }
 
 TEST(ProcNet, ReadsRealSocketsAndTheirHolder) {
-  sandbox::run([] {
-    std::vector<unsigned long> inodes;
-    EXPECT_EQ(CUnixProcNet::get_proc_socket_inodes(nullptr, inodes), 1);
-    EXPECT_EQ(CUnixProcNet::get_proc_socket_inodes("/proc/self/fd", inodes), 2);
-    EXPECT_EQ(CUnixProcNet::get_proc_socket_inodes("/proc/self/none", inodes), 4);
-    const std::string base(1021, 'b');
-    EXPECT_EQ(CUnixProcNet::make_proc_path(base.c_str(), "n", "s"), base + "/n/");
-    EXPECT_EQ(CUnixProcNet::make_proc_path(nullptr, "42", nullptr), "/proc/42");
+  std::vector<unsigned long> inodes;
+  EXPECT_EQ(CUnixProcNet::get_proc_socket_inodes(nullptr, inodes), 1);
+  EXPECT_EQ(CUnixProcNet::get_proc_socket_inodes("/proc/self/fd", inodes), 2);
+  EXPECT_EQ(CUnixProcNet::get_proc_socket_inodes("/proc/self/none", inodes), 4);
+  const std::string base(1021, 'b');
+  EXPECT_EQ(CUnixProcNet::make_proc_path(base.c_str(), "n", "s"), base + "/n/");
+  EXPECT_EQ(CUnixProcNet::make_proc_path(nullptr, "42", nullptr), "/proc/42");
 
-    const int listener = open_socket(AF_INET, SOCK_STREAM);
-    const int client = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const sockaddr_in6 address = address_of(listener);
-    ASSERT_EQ(::connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-    ASSERT_GE(::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC), 0);
-    const std::string us = std::to_string(::getpid());
-    const std::string here = " 127.0.0.1:" + port_of(listener);
-    const std::string there = " 127.0.0.1:" + port_of(client);
-    const Texts expected{
-        us + " tcp 0.0.0.0:" + port_of(listener) + " 0.0.0.0:0 LISTENING",
-        us + " tcp" + there + here + " ESTABLISHED",
-        us + " tcp" + here + there + " ESTABLISHED",
-        us + " tcp6 :::" + port_of(open_socket(AF_INET6, SOCK_STREAM)) + " :::0 LISTENING",
-        us + " udp6 :::" + port_of(open_socket(AF_INET6, SOCK_DGRAM)) + " :::0 CLOSE",
-        us + " udp 0.0.0.0:" + port_of(open_socket(AF_INET, SOCK_DGRAM)) + " 0.0.0.0:0 CLOSE"};
-    EXPECT_EQ(held_sockets(), expected) << "in descriptor order, which is that of opening";
+  const int listener = open_socket(AF_INET, SOCK_STREAM);
+  const int client = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const sockaddr_in6 address = address_of(listener);
+  ASSERT_EQ(::connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  ASSERT_GE(::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC), 0);
+  const std::string us = std::to_string(::getpid());
+  const std::string here = " 127.0.0.1:" + port_of(listener);
+  const std::string there = " 127.0.0.1:" + port_of(client);
+  const Texts expected{
+      us + " tcp 0.0.0.0:" + port_of(listener) + " 0.0.0.0:0 LISTENING",
+      us + " tcp" + there + here + " ESTABLISHED",
+      us + " tcp" + here + there + " ESTABLISHED",
+      us + " tcp6 :::" + port_of(open_socket(AF_INET6, SOCK_STREAM)) + " :::0 LISTENING",
+      us + " udp6 :::" + port_of(open_socket(AF_INET6, SOCK_DGRAM)) + " :::0 CLOSE",
+      us + " udp 0.0.0.0:" + port_of(open_socket(AF_INET, SOCK_DGRAM)) + " 0.0.0.0:0 CLOSE"};
+  EXPECT_EQ(held_sockets(), expected) << "in descriptor order, which is that of opening";
 
-    EXPECT_EQ(CUnixProcNet::get_proc_socket_inodes("/proc/self/fd", inodes), 0);
-    EXPECT_EQ(inodes.size(), expected.size());
-    EXPECT_EQ(CUnixProcNet::get_proc_socket_inodes("/proc/self/net", inodes), 0) << "from before";
-  });
+  EXPECT_EQ(CUnixProcNet::get_proc_socket_inodes("/proc/self/fd", inodes), 0);
+  EXPECT_EQ(inodes.size(), expected.size());
+  EXPECT_EQ(CUnixProcNet::get_proc_socket_inodes("/proc/self/net", inodes), 0) << "from before";
 }
 
 // Starts a process that holds a socket below `root` until the sandbox ends.
@@ -271,7 +257,7 @@ std::string start_listener(const std::string& root) {
   return std::to_string(pid) + " tcp 0.0.0.0:" + port + " 0.0.0.0:0 LISTENING";
 }
 
-void check_roots() {
+TEST(ProcNet, MatchesEachProcessAgainstTheTablesOfItsRoot) {
   const std::string jail = sandbox::scratch() + "/jail";
   for (const char* dir : {"/proc", "/none"}) std::filesystem::create_directories(jail + dir);
   ASSERT_EQ(::mount("proc", (jail + "/proc").c_str(), "proc", 0, nullptr), 0);
@@ -302,10 +288,6 @@ void check_roots() {
   EXPECT_EQ(held_sockets(), Texts{}) << "root's processes are passed over";
   ASSERT_EQ(::seteuid(0) + ::chroot("/etc"), 0);
   EXPECT_EQ(held_sockets(4), Texts{}) << "no /proc at all";
-}
-
-TEST(ProcNet, MatchesEachProcessAgainstTheTablesOfItsRoot) {
-  sandbox::run(check_roots, {120, false});  // no leak check where /proc is out of sight
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "resource/os_version.h"
+#include "support/cases.h"
 #include "support/sandbox.h"
 #include "utility/CCpuInfo.h"
 #include "utility/CDiskInfo.h"
@@ -143,29 +144,25 @@ TEST(HostFiles, FailuresHaveTheirCodes) {
 }
 
 TEST(HostFigures, LoadBetweenTwoSamples) {
-  using Entries = std::vector<CCpuInfo::CpuStatEnt>;
-  const Entries some = {{"", 9, 9, 9, 9, 9, 9, 9}, {}};
-  const struct {
-    const char* sentence;
-    CCpuInfo::CpuStat first, second;
-    int code;
-    double usage;
-  } rows[] = {
-      {"10 busy of 32", {2, some}, {2, {{"", 10, 11, 12, 13, 14, 15, 16}, {"", 4}}}, 0, 31.25},
-      {"entries beyond the count",
-       {1, some},
-       {1, {{"", 9, 10, 9, 9, 9, 9, 9}, {"", 0, 0, 0, 7}}},
-       0,
-       100},
-      {"no such entries; sums wrap", {3, {}}, {3, {{"", INT64_MAX, 1}}}, 0, 100},
-      {"other counts", {2, some}, {1, some}, 4, -1},
-      {"no time between", {2, some}, {2, {{"", 8, 10, 9, 9, 9, 9, 9}, {}}}, 4, -1},
-  };
-  for (auto [sentence, first, second, code, expected] : rows) {
-    double usage = -1;
-    EXPECT_EQ(CCpuInfo::get_cpu_usage(first, second, usage), code) << sentence;
-    EXPECT_EQ(usage, expected) << sentence;
-  }
+  for_each_case(FIXTURES "/loads.txt",
+                {{"load", [](const Case& row) {
+                    const auto sample = [&row](const char* name) {
+                      CCpuInfo::CpuStat stat;
+                      for (const std::string& line : row.all(name)) {
+                        CCpuInfo::CpuStatEnt cpu;
+                        std::istringstream(line) >> cpu.user >> cpu.nice >> cpu.system >>
+                            cpu.idle >> cpu.iowait >> cpu.irq >> cpu.softirq;
+                        stat.ents.push_back(cpu);
+                      }
+                      stat.count = row.has("count") ? static_cast<int>(row.number("count"))
+                                                    : static_cast<int>(stat.ents.size());
+                      return stat;
+                    };
+                    CCpuInfo::CpuStat first = sample("first"), second = sample("second");
+                    double usage = -1;
+                    row.expect("result", CCpuInfo::get_cpu_usage(first, second, usage));
+                    EXPECT_EQ(usage, std::stod(row["usage"]));
+                  }}});
 }
 
 TEST(HostFigures, PackedVersion) {
@@ -198,20 +195,13 @@ TEST(Volumes, WhatOtherSystemsHaveIsNotProvided) {
   using D = CUnixDisk;
   bool active = true;
   std::string text = "kept";
-  std::vector<std::string> names = {"kept"};
   D::UnixDiskVg vg;
   D::UnixDiskPv pv;
   D::UnixDiskLv lv;
-  EXPECT_EQ(D::is_active_vg(text, active), 1);
-  EXPECT_EQ(D::get_vg(nullptr, vg), 1);
-  EXPECT_EQ(D::get_vgname_by_id(text, text), 1);
-  EXPECT_EQ(D::get_pv(nullptr, nullptr, pv), 1);
-  EXPECT_EQ(D::get_pvname_by_id(text, text), 1);
-  EXPECT_EQ(D::get_lv(nullptr, lv), 1);
-  EXPECT_EQ(D::string_to_unique_id(text, nullptr), 1);
+  EXPECT_EQ(D::is_active_vg(text, active) + D::get_vg(nullptr, vg) + D::get_lv(nullptr, lv), 3);
+  EXPECT_EQ(D::get_vgname_by_id(text, text) + D::get_pv(nullptr, nullptr, pv), 2);
+  EXPECT_EQ(D::get_pvname_by_id(text, text) + D::string_to_unique_id(text, nullptr), 2);
   EXPECT_EQ(D::get_name(text, text, text), 1);
-  D::get_filenames_from_rdsk(names);
   EXPECT_EQ(D::get_pvs_by_vg(text, nullptr, nullptr) + D::HexToDec("ff"), 0);
-  EXPECT_EQ(D::unique_id_to_string(nullptr), "");
-  EXPECT_TRUE(active && text == "kept" && names.size() == 1);
+  EXPECT_TRUE(active && D::unique_id_to_string(nullptr) + text == "kept");
 }

@@ -4,27 +4,36 @@
 #include <map>
 #include <set>
 #include <string>
+#include <vector>
 
-/// One case of a table that is a text file: named fields.
+/// One case of a table that is a text file: named fields. Asking for one that is not there fails.
 class Case {
  public:
-  /// Whether the case has this field.
   bool has(const std::string& name) const { return fields_.count(name) > 0; }
-  /// The field's text; a case without it fails.
-  const std::string& operator[](const std::string& name) const;
-  /// The field as a number, decimal or with "0x".
+  /// The field's text; where the name stands several times, its lines one after the other.
+  std::string operator[](const std::string& name) const;
+  /// The field as a number; "0x" makes it hexadecimal, "0" octal.
   long long number(const std::string& name) const;
-  /// The field's text, or `other` where the case has none.
-  std::string get(const std::string& name, const std::string& other) const;
+  /// The texts of a name that may stand several times; none where it does not.
+  std::vector<std::string> all(const std::string& name) const;
+
+  /// Fails where a field is not what was seen.
+  void expect(const std::string& name, const std::string& seen) const;
+  void expect(const std::string& name, long long seen) const;
 
  private:
-  friend void for_each_case(const std::string& path, const std::function<void(const Case&)>& body);
-  std::map<std::string, std::string> fields_;
+  friend void for_each_case(const std::string& path,
+                            const std::map<std::string, std::function<void(const Case&)>>& checks,
+                            bool apart);
+  std::map<std::string, std::vector<std::string>> fields_;
   mutable std::set<std::string> unread_;
 };
 
-/// Runs `body` on each case of the file, which is a run of lines "name: value" up to an empty line;
-/// lines with "#" in front are comments. In a value \n, \r, \t, \\, \0 and \xHH stand for these
-/// bytes, and a name that comes again adds a line to its field. What fails is told with the case's
-/// first line. A field that nobody asked for is a failure, and so is a file without cases.
-void for_each_case(const std::string& path, const std::function<void(const Case&)>& body);
+using Checks = std::map<std::string, std::function<void(const Case&)>>;
+
+/// Runs each case of the file by the check that its first line names. A case is a run of lines
+/// "name: value" up to an empty line, its first one "check: what is special about the case"; "#" in
+/// front makes a comment. In a value \n, \r, \t, \0 and \xHH stand for these bytes, and \c for any
+/// other byte c; with *N* after one of them it stands N times. A field that nobody asks for is a
+/// failure, and so is a check without cases. With `apart` each case has a process of its own.
+void for_each_case(const std::string& path, const Checks& checks, bool apart = false);

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -23,7 +24,7 @@ const std::string kShellLog = kPrivate + "shell";
 // Keeps tests from the machine itself.
 struct Guard : ::testing::Environment {
   void SetUp() override {
-    if (fs::exists(kPrivate)) return;
+    if (fs::exists(kPrivate)) return fs::current_path(kScratch);
     std::fputs("These tests change the machine: start them through tests/support/sandbox.\n",
                stderr);
     ::_exit(2);
@@ -45,18 +46,24 @@ namespace sandbox {
 
 const std::string& scratch() { return kScratch; }
 
-void write_file(const std::string& path, const std::string& content, unsigned mode) {
-  fs::create_directories(fs::path(path).parent_path());
+std::string write_file(const std::string& path, const std::string& content, unsigned mode) {
+  fs::create_directories(fs::absolute(path).parent_path());
   std::ofstream stream(path, std::ios::binary);
   stream << content;
   stream.close();
   require(stream.good() && ::chmod(path.c_str(), mode) == 0, path);
+  return path;
 }
 
 std::string read_file(const std::string& path) {
   std::ifstream stream(path, std::ios::binary);
   require(stream.is_open(), path);
   return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+std::string output_of(const std::string& command) {
+  require(std::system((command + " > " + kPrivate + "output").c_str()) != -1, command);
+  return read_file(kPrivate + "output");
 }
 
 void bind_path(const std::string& source, const std::string& target) {
@@ -85,6 +92,7 @@ std::vector<std::string> shell_commands() {
   std::ifstream stream(kShellLog, std::ios::binary);
   std::vector<std::string> commands;
   for (std::string one; std::getline(stream, one, '\0');) commands.push_back(one);
+  fs::remove(kShellLog);
   return commands;
 }
 

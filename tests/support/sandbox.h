@@ -1,6 +1,5 @@
 #pragma once
 
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -18,20 +17,14 @@
 /// uses what follows refuses to run its tests anywhere else.
 namespace sandbox {
 
-struct Options {
-  int seconds = 120;
-  bool leak_check = true;
-};
-
-/// Calls `body`: to go, since a test needs nothing around what it does in the sandbox.
-inline void run(const std::function<void()>& body, const Options& = {}) { body(); }
-
-/// A private directory that vanishes with the sandbox.
+/// A private directory that vanishes with the sandbox; tests begin in it.
 const std::string& scratch();
 
-/// Writes a file (the directories on the way are made) and reads one whole.
-void write_file(const std::string& path, const std::string& content, unsigned mode = 0644);
+/// Writes a file (the directories on the way are made), returning its path, and reads one whole.
+std::string write_file(const std::string& path, const std::string& content, unsigned mode = 0644);
 std::string read_file(const std::string& path);
+/// What a command prints to its standard output.
+std::string output_of(const std::string& command);
 
 /// Puts a fixture file with `content` over the existing file `target`, such as "/proc/meminfo".
 void bind_content(const std::string& target, const std::string& content);
@@ -41,7 +34,7 @@ void bind_path(const std::string& source, const std::string& target);
 /// Puts a recorder before /bin/sh that notes the text of every `sh -c`. With `execute` the real
 /// shell runs it then; without, the call ends with status 0.
 void record_shell(bool execute);
-/// The command texts recorded so far, byte for byte.
+/// The command texts recorded since the last call, byte for byte.
 std::vector<std::string> shell_commands();
 
 }  // namespace sandbox

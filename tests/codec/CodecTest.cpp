@@ -1,0 +1,292 @@
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstring>
+
+#include "support/cases.h"
+#include "support/sandbox.h"
+#include "utility/Base64.h"
+#include "utility/CBinHex.h"
+#include "utility/CConv.h"
+#include "utility/CHmacMd5.h"
+#include "utility/Ciphers.h"
+#include "utility/MD5.h"
+#include "utility/md5wrapper.h"
+
+using namespace utility;
+
+namespace {
+
+const std::string kKey = "0123456789abcdef";
+
+/// `size` bytes in which every value turns up, no two lengths alike.
+std::string sample(std::size_t size) {
+  std::string text(size, '\0');
+  for (std::size_t i = 0; i < size; ++i) text[i] = static_cast<char>(i * 7 + size);
+  return text;
+}
+
+std::string hex_of(const std::string& text, const char* format = "%02x") {
+  std::string hex;
+  for (const char c : text) {
+    char digits[4];
+    hex.append(digits, std::size_t(std::snprintf(digits, 4, format, c & 0xFF)));
+  }
+  return hex;
+}
+
+unsigned char* bytes(const std::string& text) {
+  return reinterpret_cast<unsigned char*>(const_cast<char*>(text.data()));
+}
+
+// A copy of `size` bytes of `memory`, which is freed.
+std::string take(void* memory, std::size_t size) {
+  const std::string copy(static_cast<const char*>(memory), memory != nullptr ? size : 0);
+  std::free(memory);
+  return copy;
+}
+
+// What a buffer form hands out; the input lies in a block of exactly its size, so that the
+// sanitizer sees every byte too many.
+using BufferForm = void (*)(unsigned char*&, unsigned long&, const unsigned char*, unsigned long);
+std::string handed_out(BufferForm form, const std::string& in) {
+  const std::unique_ptr<unsigned char[]> exact(new unsigned char[in.size()]);
+  std::copy(in.begin(), in.end(), exact.get());
+  unsigned char untouched = 0, *out = &untouched;
+  unsigned long length = 99;
+  form(out, length, exact.get(), in.size());
+  if (out == &untouched) return length == 0 ? "nothing" : "a length but no buffer";
+  const std::unique_ptr<unsigned char[]> owner(out);
+  return {reinterpret_cast<const char*>(out), length};
+}
+
+std::string digest_in_pieces(unsigned char* text, std::size_t size, std::size_t piece) {
+  MD5::MD5_CTX context;
+  MD5::MD5Init(&context);
+  for (std::size_t at = 0; at < size; at += piece) {
+    MD5::MD5Update(&context, text + at, static_cast<unsigned int>(std::min(piece, size - at)));
+  }
+  unsigned char digest[16];
+  MD5::MD5Final(digest, &context);
+  EXPECT_EQ(std::string(reinterpret_cast<char*>(&context), sizeof context), std::string(88, '\0'));
+  return md5wrapper().convToString(digest);
+}
+
+void check_hmac(const Case& row) {
+  std::string key = row["key"], text = row["text"];
+  char digest[16];
+  EXPECT_EQ(CHmacMd5::hmac_md5(text.data(), static_cast<int>(text.size()), key.data(),
+                               static_cast<int>(key.size()), digest),
+            0);
+  row.expect("digest", CHmacMd5::checksumtostring(digest));
+  if (row.has("replaced")) {
+    EXPECT_EQ(hex_of(key), row["replaced"] + std::string(2 * key.size() - 32, '0'));
+  } else {
+    row.expect("key", key);
+  }
+}
+
+template <bool has_length>
+void check_words(const Case& row) {
+  std::vector<std::uint32_t> words;
+  for (const auto& word : row.all("word")) {
+    words.push_back(static_cast<std::uint32_t>(std::stoul(word, nullptr, 0)));
+  }
+  std::size_t size = 99;
+  void* const out = xxtea_to_ubyte_array(words.data(), words.size(), has_length, &size);
+  EXPECT_EQ(out != nullptr, row.has("bytes"));
+  if (out != nullptr) row.expect("bytes", take(out, size));
+  EXPECT_EQ(size, row.has("bytes") ? row["bytes"].size() : 0);
+}
+
+template <class Form>
+auto converts(Form form) {
+  return [form](const Case& row) {
+    std::string out(8, '.');
+    row.expect("result",
+               form(bytes(row["text"]), bytes(out), static_cast<int>(row.number("room"))));
+    row.expect("out", out);
+  };
+}
+
+}  // namespace
+
+TEST(Codec, Vectors) {
+  const auto decode = [](const Case& row) {
+    const std::string bytes = handed_out(Base64::decode, row["text"]);
+    EXPECT_EQ(bytes, row.has("bytes") ? row["bytes"] : "nothing");
+  };
+  const auto xxtea = [](const Case& row) {
+    row.expect("cipher", hex_of(xxtea_encrypt(row["text"], row["key"])));
+  };
+  const auto aes = [](const Case& row) {
+    const auto rounds = static_cast<int>(row.number("rounds"));
+    row.expect("cipher", aes_encrypt(row["text"], rounds));
+    row.expect("text", aes_decrypt(row["cipher"], rounds));
+  };
+  const auto chinese = [](const Case& row) {
+    for (const auto& text : row.all("text")) row.expect("result", CConv::has_chinese_char(text));
+  };
+  const auto text_of = [](std::string (*call)(const std::string&)) {
+    return [call](const Case& row) { row.expect("out", call(row["text"])); };
+  };
+  for_each_case(FIXTURES "/vectors.txt", {{"base64_decode", decode},
+                                          {"hmac", check_hmac},
+                                          {"xxtea", xxtea},
+                                          {"words", check_words<false>},
+                                          {"length", check_words<true>},
+                                          {"aes", aes},
+                                          {"to_utf8", converts(CConv::gbk_to_utf8)},
+                                          {"to_gbk", converts(CConv::utf8_to_gbk)},
+                                          {"chinese", chinese},
+                                          {"url_decode", text_of(CConv::url_decode)},
+                                          {"url_encode", text_of(CConv::url_encode)},
+                                          {"hex2bin", text_of(CBinHex::simple_hex2bin)}});
+}
+
+TEST(Codec, EveryLengthAsOtherProgramsHaveIt) {
+  md5wrapper md5;
+  std::string all, digests, ciphers;
+  for (int size = 0; size <= 300; ++size) {
+    const std::string in = sample(static_cast<std::size_t>(size)), text = Base64::encode(in);
+    const std::string name = sandbox::write_file(std::to_string(1000 + size), in);
+    EXPECT_EQ(Base64::decode(text), in) << "in one pass, length " << size;
+    EXPECT_EQ(Base64::decode(" " + text + "\r\n"), in) << "filtered, length " << size;
+    all += text + "\n";
+
+    const std::string digest = md5.getHashFromString(in), hex = hex_of(in, "%02X");
+    for (std::size_t piece = 1; piece <= 130; ++piece) {
+      EXPECT_EQ(digest_in_pieces(bytes(in), in.size(), piece), digest) << size << '/' << piece;
+    }
+    EXPECT_EQ(md5.getHashFromFile(name), digest);
+    digests += digest + "  " + name + "\n";
+
+    std::string room(hex.size(), '.');
+    EXPECT_EQ(CBinHex::bin2hex(in.data(), size, room.data(), 2 * size), 0);
+    EXPECT_EQ(room, hex);
+    EXPECT_EQ(CBinHex::hex2bin(room.data(), 2 * size, room.data(), size), 0) << "in place";
+    EXPECT_EQ(room.substr(0, in.size()), in);
+    EXPECT_EQ(CBinHex::simple_hex2bin(CBinHex::simple_bin2hex(in)), in.c_str());
+
+    const std::string cipher = xxtea_encrypt(in, kKey);
+    EXPECT_EQ(xxtea_decrypt(cipher, kKey) + xxtea_decrypt(cipher, "another key"), in) << size;
+    ciphers += cipher;
+  }
+  EXPECT_EQ(all, sandbox::output_of("for f in 1*; do base64 -w0 $f; echo; done"));
+  EXPECT_EQ(digests, sandbox::output_of("md5sum 1*"));
+  EXPECT_EQ(md5.hashit(ciphers), "40ea19b4af3918520ca0cf19d57773ad")
+      << "the program's of vectors.txt";
+  EXPECT_EQ(md5.getHashFromFile("missing"), "-1");
+  EXPECT_EQ(md5.getHashFromFile("."), md5.hashit("")) << "it opens, but no read succeeds";
+  std::string every;
+  for (int i = 255; i >= 0; --i) every += static_cast<char>(i);
+  EXPECT_EQ(handed_out(Base64::removeNonBase64Chars, every),
+            "zyxwvutsrqponmlkjihgfedcbaZYXWVUTSRQPONMLKJIHGFEDCBA=9876543210/+");
+}
+
+TEST(Codec, EveryGbkCharacterAsTheIconvToolHasIt) {
+  std::string gbk, utf8;
+  for (int lead = 0x01; lead <= 0xFF; ++lead) {
+    for (int trail = 0x40; trail <= 0xFF; ++trail) {
+      const std::string pair = {static_cast<char>(lead), static_cast<char>(trail)};
+      const std::string out = CConv::gbk_to_utf8_string(pair.c_str());
+      if (CConv::utf8_to_gbk_string(out.c_str()) != pair) continue;
+      gbk += pair + "\n";
+      utf8 += out + "\n";
+    }
+  }
+  EXPECT_GT(gbk.size(), 3 * 21000U) << "GBK has more than 21,000 characters of two bytes";
+  sandbox::write_file("gbk", gbk);
+  EXPECT_EQ(utf8, sandbox::output_of("iconv -f GBK -t UTF-8 gbk"));
+}
+
+TEST(CConv, WideFormsCountCharactersAsBytes) {
+  char out[] = ".........";
+  EXPECT_EQ(CConv::unicode_to_utf8(L"ABCD", out, 8), 2) << "4 bytes: the units A and NUL";
+  EXPECT_EQ(std::memcmp(out, "A\0\0\0\0\0\0\0.", 9), 0);
+  EXPECT_EQ(CConv::unicode_to_utf8_string(L"ABCD"), "A");
+  EXPECT_EQ(CConv::unicode_to_utf8_string(L"ABC"), "") << "half a unit is left: a failure";
+  wchar_t wide[] = {9, 9, 9};
+  EXPECT_EQ(CConv::utf8_to_unicode("ABC", wide, 8), 8) << "mark and three units, in bytes";
+  EXPECT_EQ(std::memcmp(wide, "\xff\xfe\x41\0\x42\0\x43\0\t", 9), 0);
+  EXPECT_EQ(CConv::utf8_to_unicode_string("AB"), (std::wstring{0x41FEFF, 0x42}));
+  EXPECT_EQ(CConv::utf8_to_unicode_string("A\xff"), L"") << "nothing is taken of a failure";
+  EXPECT_EQ(CConv::gbk_to_utf8_string("\xc4\xe3\xba"), "\xe4\xbd\xa0") << "a prefix is a result";
+
+  EXPECT_EQ(CConv::gbk_to_utf8(bytes("abcd"), nullptr, 0), 13);
+  EXPECT_EQ(CConv::utf8_to_gbk(bytes("abcd"), nullptr, 0), 13);
+  EXPECT_EQ(CConv::unicode_to_utf8(L"abcd", nullptr, 0), 25);
+  EXPECT_EQ(CConv::utf8_to_unicode("abcd", nullptr, 0), 25);
+  EXPECT_EQ(CConv::gbk_to_utf8(nullptr, nullptr, 0) + CConv::utf8_to_gbk(nullptr, nullptr, 0), 0);
+  EXPECT_EQ(CConv::unicode_to_utf8_string(nullptr) + CConv::gbk_to_utf8_url_string(nullptr), "");
+  EXPECT_EQ(CConv::gbk_to_utf8_url_string("\xc4\xe3") + CConv::url_string("\xff"), "%E4%BD%A0%FF");
+  for (int c = 1; c < 256; ++c) {
+    const std::string text(1, static_cast<char>(c));
+    const bool stays = c < 127 && (std::isalnum(c) != 0 || std::strchr("-._", c) != nullptr);
+    const std::string expected = c == ' ' ? "+" : stays ? text : hex_of(text, "%%%02X");
+    EXPECT_EQ(CConv::url_encode(text), expected);
+  }
+}
+
+TEST(MD5, StepsAndBitsBeyondThirtyTwo) {
+  // 5 * 2^30 bits of zeros: the kernel's own page, again and again, which costs no memory.
+  constexpr std::size_t kSize = std::size_t{640} << 20;
+  void* const zeros = ::mmap(nullptr, kSize, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  ASSERT_NE(zeros, MAP_FAILED);
+  ::madvise(zeros, kSize, MADV_HUGEPAGE);
+  // head -c 671088640 /dev/zero | md5sum
+  EXPECT_EQ(digest_in_pieces(static_cast<unsigned char*>(zeros), kSize, kSize),
+            "d2c5462aa2245773f3540a1ea4ec59db");
+  MD5::MD5_CTX context = {{}, {0xFFFFFE00, 0}, {}};
+  MD5::MD5Update(&context, bytes(std::string(64, 'x')), 64);
+  EXPECT_TRUE(context.count[0] == 0 && context.count[1] == 1) << "the carry of the low word";
+
+  MD5::MD5Init(&context);
+  std::string block = "abc\x80" + std::string(52, '\0') + "\x18" + std::string(7, '\0');
+  MD5::MD5Transform(context.state, bytes(block));
+  MD5::Encode(bytes(block), context.state, 16);
+  EXPECT_EQ(hex_of(block.substr(0, 16)), "900150983cd24fb0d6963f7d28e17f72") << "RFC 1321";
+  MD5::Decode(context.count, bytes(block), 8);
+  EXPECT_EQ(context.count[0], 0x98500190U) << "the first byte is the lowest";
+}
+
+TEST(Codec, RefusalsLeaveEverythingAlone) {
+  char k[] = "a key", d[] = "its room for 16.";
+  EXPECT_EQ(CHmacMd5::hmac_md5(nullptr, 1, k, 5, d), 1);
+  EXPECT_EQ(CHmacMd5::hmac_md5("x", 0, k, 5, d), 1);
+  EXPECT_EQ(CHmacMd5::hmac_md5("x", 1, nullptr, 5, d), 1);
+  EXPECT_EQ(CHmacMd5::hmac_md5("x", 1, k, 0, d), 1);
+  EXPECT_EQ(CHmacMd5::hmac_md5("x", 1, k, 5, nullptr), 1);
+  EXPECT_EQ(CHmacMd5::md5(nullptr, 1, d) + CHmacMd5::md5(k, 0, d) + CHmacMd5::md5(k, 1, nullptr),
+            3);
+  EXPECT_EQ(CBinHex::bin2hex("\x0a\xff", 2, d, 3), 4);
+  EXPECT_EQ(CBinHex::bin2hex("", INT_MAX, nullptr, 0), INT_MAX) << "an int counts no further";
+  EXPECT_EQ(CBinHex::hex2bin("0a1", 3, d, 1), 2);
+  EXPECT_EQ(std::string(k) + d + CHmacMd5::checksumtostring(nullptr), "a keyits room for 16.");
+
+  const std::string key("key\0more than ze", 16);
+  std::size_t size = 99;
+  EXPECT_EQ(xxtea_decrypt("", 0, key.data(), &size), nullptr);
+  EXPECT_EQ(xxtea_encrypt("text", 4, nullptr, &size), nullptr);
+  EXPECT_EQ(take(xxtea_to_uint_array("abcde", 5, true, &size), 9), std::string("abcde\0\0\0\5", 9));
+  EXPECT_EQ(size, 3U);
+  const std::string cipher = take(xxtea_encrypt("Hello", 5, key.data(), &size), 13);
+  EXPECT_EQ(hex_of(cipher), "d44f952d968a2d9dd0191d5700") << "with a zero byte after it";
+  EXPECT_EQ(take(xxtea_decrypt(cipher.data(), 12, key.data(), &size), 6), std::string("Hello", 6));
+}
+
+TEST(Substitution, TablesAndForeignCharacters) {
+  const std::string plain = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ";
+  // Where each of these stands among the images.
+  const int places[] = {29, 5,  12, 14, 35, 7,  6, 26, 31, 9,  11, 4,  18, 25, 28, 34, 10, 19,
+                        17, 20, 0,  2,  1,  24, 3, 27, 15, 21, 8,  22, 33, 16, 32, 13, 30, 23};
+  for (int i = -128; i < 128; ++i) {
+    const std::size_t at = plain.find(static_cast<char>(i));
+    EXPECT_EQ(get_sbox_idx(static_cast<char>(i)), at < 36 ? static_cast<int>(at) : -1) << i;
+    EXPECT_EQ(get_invsbox_idx(static_cast<char>(i)), at < 36 ? places[at] : -1) << i;
+  }
+  EXPECT_EQ(aes_decrypt(aes_encrypt(std::string("ab\0c", 4), 1), 1), "ab") << "ends at a zero byte";
+  EXPECT_EQ(aes_decrypt_imp("aK!M"), "\xa0\x11") << "no images: a stays and is 10, ! is -15";
+}
