@@ -1,5 +1,5 @@
-// The log daemon's rules: a rule that is added is found and can be deleted, and every other byte of
-// the file stays. The program stands in for the commands: none is run.
+// The log daemon's rules: one that is added is found, one that is deleted is not, and every other
+// byte of the file stays. The program stands in for the commands: none is run.
 #include "fuzz.h"
 #include "utility/CUnixLog.h"
 
@@ -37,23 +37,22 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   rule.fac = name_of(input.text('\n'));
   rule.level = name_of(input.text('\n'));
   rule.obj = action;
-  write_file(file, input.rest());
-  bool found = false;
-  CUnixLog::is_existed_data(rule, found);
-  if (found) return 0;
+  const std::string key = rule.fac + "." + rule.level, line = key + "\t\t" + action + "\n";
+  const std::string between = input.rest() + "\n";
+  if (between.find(key) < between.size()) return 0;
+  write_file(file, between);
   const int added = CUnixLog::add_log_data(rule);
+  bool found = false;
+  check(added == 0 && CUnixLog::is_existed_data(rule, found) == 0 && found,
+        "an added rule is found");
+  check(read_file(file) == between + "\n" + line, "it stands at the end, and nothing else is new");
+  // Twice in the file, with anything between and something after.
+  const std::string end = "# end\n", left = "\n" + between + "\n" + end;
+  write_file(file, line + between + line + end);
+  check(CUnixLog::del_log_data(rule) == 0, "a rule that is there can be deleted");
+  check(CUnixLog::is_existed_data(rule, found) == 0 && !found, "it is gone then");
   const std::string after = read_file(file);
-  check(after.compare(0, input.rest().size(), input.rest()) == 0, "what was there stays in front");
-  if (added != 0) {
-    check(after == input.rest(), "a refused rule leaves the file");
-    return 0;
-  }
-  check(CUnixLog::is_existed_data(rule, found) == 0 && found, "an added rule is found");
-  const int deleted = CUnixLog::del_log_data(rule);
-  check(deleted == 0 || deleted == 8, "a rule that is there can be deleted");
-  check(read_file(file).size() == after.size(), "the file keeps its size");
-  if (after.find(rule.fac + "." + rule.level) < input.rest().size()) return 0;
-  // Its line, the last one, is blanks now; no other has it.
-  check(read_file(file).compare(0, input.rest().size(), input.rest()) == 0, "other lines stay");
+  const std::size_t size_before = 2 * line.size() + between.size() + end.size();
+  check(after == left + std::string(size_before - left.size(), ' '), "other bytes stay");
   return 0;
 }

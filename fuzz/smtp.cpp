@@ -29,7 +29,7 @@ extern "C" int poll(pollfd* entries, nfds_t, int milliseconds) {
 }
 
 extern "C" ssize_t send(int, const void* bytes, std::size_t size, int) {
-  const std::size_t count = std::min(size, server.takes - server.sent.size());
+  const std::size_t count = std::min({size, server.takes - server.sent.size(), std::size_t{50}});
   server.sent.append(static_cast<const char*>(bytes), count);
   errno = EPIPE;
   return count > 0 ? static_cast<ssize_t>(count) : -1;
