@@ -1,7 +1,6 @@
 // Addresses and ranges: what is printed parses to the same address, and every form of one address
 // lies in the same ranges.
 #include "fuzz.h"
-#include "utility/CIPFormat.h"
 
 namespace {
 

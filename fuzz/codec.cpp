@@ -1,13 +1,6 @@
 // Encodings, digests and ciphers: what is encoded decodes to itself, and a digest does not depend
 // on how its text arrives.
 #include "fuzz.h"
-#include "utility/Base64.h"
-#include "utility/CBinHex.h"
-#include "utility/CConv.h"
-#include "utility/CHmacMd5.h"
-#include "utility/Ciphers.h"
-#include "utility/MD5.h"
-#include "utility/md5wrapper.h"
 
 using namespace utility;
 

@@ -1,7 +1,6 @@
 // CSV files: any file reads alike in both ways, what is written reads back, and an edit leaves
 // every other record as it was.
 #include "fuzz.h"
-#include "utility/CCSV.h"
 
 using utility::CCSV;
 

@@ -13,6 +13,8 @@
 #include <string>
 #include <vector>
 
+#include "utility/utility.h"
+
 // What the fuzzers share. Each takes any bytes and holds what must be true of them whatever they
 // are; what a call should give is said by the call that undoes it, or by another that does the
 // same.

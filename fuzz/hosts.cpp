@@ -4,12 +4,6 @@
 #include <sys/prctl.h>
 
 #include "fuzz.h"
-#include "utility/CCpuInfo.h"
-#include "utility/CMemInfo.h"
-#include "utility/CNetInfo.h"
-#include "utility/CUnixDisk.h"
-#include "utility/CUnixProc.h"
-#include "utility/CUnixProcNet.h"
 
 using namespace utility;
 

@@ -1,7 +1,6 @@
 // The log daemon's rules: one that is added is found, one that is deleted is not, and every other
 // byte of the file stays. The program stands in for the commands: none is run.
 #include "fuzz.h"
-#include "utility/CUnixLog.h"
 
 using utility::CUnixLog;
 

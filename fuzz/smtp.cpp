@@ -7,7 +7,6 @@
 #include <cerrno>
 
 #include "fuzz.h"
-#include "utility/CSmtp.h"
 
 using utility::CSmtp;
 

@@ -1,11 +1,5 @@
 // Texts, versions, dumps and character sets: operations that undo, repeat or bound each other.
 #include "fuzz.h"
-#include "utility/CBigInt.h"
-#include "utility/CConv.h"
-#include "utility/CDump.h"
-#include "utility/CStr.h"
-#include "utility/CTime.h"
-#include "utility/TarvelVersion.h"
 
 using namespace utility;
 

@@ -1,7 +1,6 @@
 // XML files: what is written is read back, what is refused leaves the file, and writing the same
 // again changes nothing.
 #include "fuzz.h"
-#include "utility/CXmlEx.h"
 
 using utility::CXmlEx;
 

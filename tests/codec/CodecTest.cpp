@@ -7,13 +7,7 @@
 
 #include "support/cases.h"
 #include "support/sandbox.h"
-#include "utility/Base64.h"
-#include "utility/CBinHex.h"
-#include "utility/CConv.h"
-#include "utility/CHmacMd5.h"
-#include "utility/Ciphers.h"
-#include "utility/MD5.h"
-#include "utility/md5wrapper.h"
+#include "utility/utility.h"
 
 using namespace utility;
 

@@ -17,6 +17,7 @@
 #include <set>
 #include <thread>
 
+#include "proc/child.h"
 #include "support/cases.h"
 #include "support/sandbox.h"
 
@@ -27,33 +28,6 @@ using Lines = std::vector<std::string>;
 using namespace std::string_literals;
 
 namespace {
-
-// A child that runs `prepare` and waits; returns when it does so or has called exec.
-pid_t start_child(
-    const char* name, const std::function<void()>& prepare = [] {}) {
-  int fds[2];
-  if (::pipe2(fds, O_CLOEXEC) != 0) std::abort();
-  const pid_t child = ::fork();
-  if (child == 0) {
-    ::prctl(PR_SET_NAME, name);
-    prepare();
-    if (::write(fds[1], "", 1) != 1) ::_exit(1);
-    for (;;) ::pause();
-  }
-  ::close(fds[1]);
-  while (::read(fds[0], fds, 1) < 0) continue;
-  ::close(fds[0]);
-  return child;
-}
-
-bool was_killed(pid_t child) {
-  int status = 0;
-  return ::waitpid(child, &status, 0) == child && WIFSIGNALED(status);
-}
-
-std::string proc_path(pid_t pid, const std::string& file) {
-  return "/proc/" + std::to_string(pid) + "/" + file;
-}
 
 const Data kUsed{"", 77, 77, 77, 77, "old", "old", "old", {}, 77};
 
@@ -74,17 +48,17 @@ const std::map<std::string, std::pair<std::string, Reader>> kReaders = {
 
 // The fields that `row` has.
 void expect(const Case& row, const Data& data) {
-  const std::pair<const char*, std::string> texts[] = {
-      {"name", data.name},
-      {"cmd", data.cmd},
-      {"path", data.path == fs::read_symlink("/proc/self/exe") ? "exe" : data.path},
-      {"environ", data.environ},
-      {"ppid", std::to_string(data.ppid)},
-      {"uid", std::to_string(data.uid)},
-      {"gid", std::to_string(data.gid)},
-      {"start_time", std::to_string(data.start_time)}};
-  for (const auto& [name, seen] : texts) {
-    if (row.has(name)) row.expect(name, seen);
+  const bool is_own = data.path == fs::read_symlink("/proc/self/exe");
+  const std::map<std::string, std::string> seen = {{"name", data.name},
+                                                   {"cmd", data.cmd},
+                                                   {"path", is_own ? "exe" : data.path},
+                                                   {"environ", data.environ},
+                                                   {"ppid", std::to_string(data.ppid)},
+                                                   {"uid", std::to_string(data.uid)},
+                                                   {"gid", std::to_string(data.gid)},
+                                                   {"start_time", std::to_string(data.start_time)}};
+  for (const auto& [name, value] : seen) {
+    if (row.has(name)) row.expect(name, value);
   }
 }
 
@@ -105,9 +79,8 @@ void refuse_close_range() {
 // The failures of readers leave the output alone.
 void check_reader(const Case& row) {
   const Reader& read = kReaders.at(row["of"]).second;
-  const std::pair<const char*, const char*> paths[] = {
-      {"empty", ""}, {"missing", "/none"}, {"directory", "/etc"}};
-  for (const auto& [name, path] : paths) {
+  for (const auto& [name, path] :
+       {std::pair("empty", ""), {"missing", "/none"}, {"directory", "/etc"}}) {
     Data data = kUsed;
     row.expect(name, read(path, data));
     const bool is_kept = data.ppid == 77 && data.uid == 77 && data.gid == 77 &&
@@ -285,61 +258,6 @@ TEST(CUnixProc, WalksMeetVanishedProcesses) {
   ASSERT_EQ(::mknod("/etc/socket", S_IFSOCK | 0600, 0), 0);
   sandbox::bind_path("/etc/socket", "/proc/stat");
   EXPECT_EQ(walk_all(), 12) << "no boot time";
-}
-
-TEST(CUnixProc, KillProcesses) {
-  for (const int pid : {0, -5}) EXPECT_EQ(Unix::kill_proc(pid), 1);
-  EXPECT_EQ(Unix::kill_proc(99999), 4);
-  EXPECT_EQ(Unix::kill_proc_tree("nobody-is-called-so"), 0);
-  // Nobody reaps these: zombies do not keep the call. Names are longer than the program's.
-  const pid_t victim = start_child("the-victim");
-  const pid_t other = start_child("the-victims");
-  EXPECT_EQ(Unix::kill_proc_tree("the-victim"), 0);
-  EXPECT_TRUE(was_killed(victim) && ::waitpid(other, nullptr, WNOHANG) == 0);
-
-  const auto is_zombie = [](pid_t pid) {
-    return sandbox::read_file(proc_path(pid, "status")).find("State:\tZ") != std::string::npos;
-  };
-  const pid_t headless = start_child("the-headless", [&] {
-    std::thread([&] {
-      while (!is_zombie(::getpid())) std::this_thread::yield();
-      ::close_range(3, ~0U, 0);  // which tells the starter
-      for (;;) ::pause();
-    }).detach();
-    ::syscall(SYS_exit, 0);
-  });
-  EXPECT_EQ(Unix::kill_proc_tree("the-headless"), 0);
-  EXPECT_TRUE(was_killed(headless)) << "its first thread had ended, another had not";
-
-  start_child("supervisor", [] {
-    std::thread([first = start_child("restarted")] {
-      ::waitid(P_PID, static_cast<id_t>(first), nullptr, WEXITED | WNOWAIT);
-      std::this_thread::sleep_for(std::chrono::milliseconds(300));
-      start_child("restarted");
-    }).detach();
-  });
-  EXPECT_EQ(Unix::kill_proc_tree("restarted"), 0);
-  const std::string restarted = "restarted";
-  std::vector<int> dead;
-  Unix::ProcFilterCtx kept{&restarted, &dead};
-  EXPECT_EQ(Unix::get_all_proc_data(Unix::filter_procs_by_procname, &kept), 0);
-  EXPECT_EQ(std::count_if(dead.begin(), dead.end(), is_zombie), 2);
-
-  fs::copy_file("/bin/sleep", "/etc/tool");
-  const pid_t by_path = start_child("", [] { ::execl("/etc/tool", "sleep", "60", nullptr); });
-  const pid_t by_cmd = start_child("", [] { ::execl("/bin/sleep", "/etc/tool", "60", nullptr); });
-  EXPECT_EQ(Unix::kill_proc_tree("/etc/tool"), 0);
-  EXPECT_TRUE(was_killed(by_path) && was_killed(by_cmd));
-
-  const pid_t parent =
-      start_child("", [] { start_child("", [] { start_child("the-grandchild"); }); });
-  EXPECT_EQ(Unix::kill_proc_tree(parent), 0);
-  EXPECT_TRUE(was_killed(parent));
-  const std::string name = "the-grandchild";
-  std::vector<int> pids;
-  Unix::ProcFilterCtx ctx{&name, &pids};
-  EXPECT_EQ(Unix::get_all_proc_data(Unix::filter_procs_by_procname, &ctx), 0);
-  EXPECT_EQ(pids.size(), 1U);
 }
 
 TEST(CUnixProc, MappedFiles) {

@@ -9,12 +9,7 @@
 #include "resource/os_version.h"
 #include "support/cases.h"
 #include "support/sandbox.h"
-#include "utility/CCpuInfo.h"
-#include "utility/CDiskInfo.h"
-#include "utility/CMemInfo.h"
-#include "utility/COS_info.h"
-#include "utility/CUnixDisk.h"
-#include "utility/CUnixFile.h"
+#include "utility/utility.h"
 
 using namespace utility;
 namespace fs = std::filesystem;
@@ -143,26 +138,26 @@ TEST(HostFiles, FailuresHaveTheirCodes) {
   EXPECT_EQ(s_told.str(), sandbox::read_file(FIXTURES "/failures"));
 }
 
+static CCpuInfo::CpuStat sample(const Case& row, const char* name) {
+  CCpuInfo::CpuStat stat;
+  for (const std::string& line : row.all(name)) {
+    CCpuInfo::CpuStatEnt cpu;
+    std::istringstream(line) >> cpu.user >> cpu.nice >> cpu.system >> cpu.idle >> cpu.iowait >>
+        cpu.irq >> cpu.softirq;
+    stat.ents.push_back(cpu);
+  }
+  stat.count = row.has("count") ? std::stoi(row["count"]) : static_cast<int>(stat.ents.size());
+  return stat;
+}
+
 TEST(HostFigures, LoadBetweenTwoSamples) {
-  for_each_case(FIXTURES "/loads.txt",
-                {{"load", [](const Case& row) {
-                    const auto sample = [&row](const char* name) {
-                      CCpuInfo::CpuStat stat;
-                      for (const std::string& line : row.all(name)) {
-                        CCpuInfo::CpuStatEnt cpu;
-                        std::istringstream(line) >> cpu.user >> cpu.nice >> cpu.system >>
-                            cpu.idle >> cpu.iowait >> cpu.irq >> cpu.softirq;
-                        stat.ents.push_back(cpu);
-                      }
-                      stat.count = row.has("count") ? static_cast<int>(row.number("count"))
-                                                    : static_cast<int>(stat.ents.size());
-                      return stat;
-                    };
-                    CCpuInfo::CpuStat first = sample("first"), second = sample("second");
-                    double usage = -1;
-                    row.expect("result", CCpuInfo::get_cpu_usage(first, second, usage));
-                    EXPECT_EQ(usage, std::stod(row["usage"]));
-                  }}});
+  const auto load = [](const Case& row) {
+    CCpuInfo::CpuStat first = sample(row, "first"), second = sample(row, "second");
+    double usage = -1;
+    row.expect("result", CCpuInfo::get_cpu_usage(first, second, usage));
+    EXPECT_EQ(usage, std::stod(row["usage"]));
+  };
+  for_each_case(FIXTURES "/loads.txt", {{"load", load}});
 }
 
 TEST(HostFigures, PackedVersion) {
