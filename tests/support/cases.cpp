@@ -4,9 +4,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <fstream>
+#include <stdexcept>
 
-namespace {
+#include "support/sandbox.h"
 
 std::string unescaped(const std::string& text) {
   static const std::map<char, char> kBytes = {{'n', '\n'}, {'r', '\r'}, {'t', '\t'}, {'0', '\0'}};
@@ -30,12 +32,29 @@ std::string unescaped(const std::string& text) {
   return bytes;
 }
 
-}  // namespace
+// The words of a line; those in quotes may hold blanks.
+Words words_of(const std::string& line) {
+  Words words;
+  for (std::size_t at = 0; (at = line.find_first_not_of(' ', at)) < line.size();) {
+    const char end = line[at] == '"' ? line[at++] : ' ';
+    const std::size_t begin = at;
+    while (at < line.size() && line[at] != end) at += line[at] == '\\' ? 2 : 1;
+    words.push_back(unescaped(line.substr(begin, at++ - begin)));
+  }
+  return words;
+}
+
+bool Case::has(const std::string& name) const {
+  return std::any_of(lines_.begin(), lines_.end(), [&](auto& line) { return line.first == name; });
+}
 
 std::vector<std::string> Case::all(const std::string& name) const {
   unread_.erase(name);
-  const auto field = fields_.find(name);
-  return field != fields_.end() ? field->second : std::vector<std::string>();
+  std::vector<std::string> texts;
+  for (const auto& [one, text] : lines_) {
+    if (one == name) texts.push_back(unescaped(text));
+  }
+  return texts;
 }
 
 std::string Case::operator[](const std::string& name) const {
@@ -67,11 +86,11 @@ void for_each_case(const std::string& path, const Checks& checks, bool apart) {
       if (line[0] == '#') continue;
       const std::size_t colon = line.find(':');
       const std::string name = line.substr(0, colon);
-      if (one.fields_.empty()) title = name;
-      one.fields_[name].push_back(line.size() > colon + 2 ? unescaped(line.substr(colon + 2)) : "");
+      if (one.lines_.empty()) title = name;
+      one.lines_.emplace_back(name, line.size() > colon + 2 ? line.substr(colon + 2) : "");
       one.unread_.insert(name);
     }
-    if (one.fields_.empty()) continue;
+    if (one.lines_.empty()) continue;
     SCOPED_TRACE(path + ": " + title + ": " + one[title]);
     idle.erase(title);
     if (const pid_t child = apart ? ::fork() : 0; child != 0) {
@@ -85,4 +104,31 @@ void for_each_case(const std::string& path, const Checks& checks, bool apart) {
     if (apart) ::_exit(::testing::Test::HasFailure() ? 1 : 0);
   }
   for (const std::string& name : idle) ADD_FAILURE() << path << " has no case for " << name;
+}
+
+void run_steps(const Case& row, const Calls& calls) {
+  row.unread_.clear();
+  for (auto step = row.lines_.begin() + 1; step != row.lines_.end(); ++step) {
+    const std::string& text = step->second;
+    const std::size_t arrow = std::min(text.find(" =>"), text.size());
+    const std::string what = text.substr(0, arrow),
+                      after = text.substr(std::min(arrow + 4, text.size()));
+    if (step->first == "shell") {
+      int status = 0;
+      std::string printed = sandbox::output_of(what, &status);
+      printed.erase(printed.find_last_not_of('\n') + 1);
+      EXPECT_EQ(printed, unescaped(after)) << text;
+      EXPECT_TRUE(status == 0 || arrow < text.size()) << text;
+    } else {
+      Words words = words_of(what);
+      const auto call = calls.find(words.at(0));
+      if (step->first != "call" || call == calls.end()) throw std::invalid_argument(text);
+      words.erase(words.begin());
+      EXPECT_EQ(call->second(words), words_of(after)) << text;
+    }
+  }
+}
+
+std::function<void(const Case&)> steps(const Calls& calls) {
+  return [calls](const Case& row) { run_steps(row, calls); };
 }

@@ -4,12 +4,17 @@
 #include <map>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
+
+using Words = std::vector<std::string>;
+/// Operations that the steps of cases call by name; see calls.h.
+using Calls = std::map<std::string, std::function<Words(const Words& arguments)>>;
 
 /// One case of a table that is a text file: named fields. Asking for one that is not there fails.
 class Case {
  public:
-  bool has(const std::string& name) const { return fields_.count(name) > 0; }
+  bool has(const std::string& name) const;
   /// The field's text; where the name stands several times, its lines one after the other.
   std::string operator[](const std::string& name) const;
   /// The field as a number; "0x" makes it hexadecimal, "0" octal.
@@ -25,7 +30,8 @@ class Case {
   friend void for_each_case(const std::string& path,
                             const std::map<std::string, std::function<void(const Case&)>>& checks,
                             bool apart);
-  std::map<std::string, std::vector<std::string>> fields_;
+  friend void run_steps(const Case& row, const Calls& calls);
+  std::vector<std::pair<std::string, std::string>> lines_;
   mutable std::set<std::string> unread_;
 };
 
@@ -37,3 +43,12 @@ using Checks = std::map<std::string, std::function<void(const Case&)>>;
 /// other byte c; with *N* after one of them it stands N times. A field that nobody asks for is a
 /// failure, and so is a check without cases. With `apart` each case has a process of its own.
 void for_each_case(const std::string& path, const Checks& checks, bool apart = false);
+
+/// A check of cases that are steps, taken in their order:
+///
+///     call: operation argument... => what it gives
+///     shell: command => what it prints
+///
+/// Arguments and results are words, in quotes where they hold blanks or are empty. Bash runs a
+/// command; without "=>" it must succeed.
+std::function<void(const Case&)> steps(const Calls& calls);

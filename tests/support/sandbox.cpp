@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -61,8 +62,12 @@ std::string read_file(const std::string& path) {
   return {std::istreambuf_iterator<char>(stream), {}};
 }
 
-std::string output_of(const std::string& command) {
-  require(std::system((command + " > " + kPrivate + "output").c_str()) != -1, command);
+std::string output_of(const std::string& command, int* status) {
+  const std::string script = "exec > " + kPrivate + "output\n" + command;
+  const pid_t child = ::fork();
+  if (child == 0) ::execlp("bash", "bash", "-c", script.c_str(), nullptr);
+  int ended = -1;
+  require(::waitpid(child, status != nullptr ? status : &ended, 0) == child, command);
   return read_file(kPrivate + "output");
 }
 

@@ -23,8 +23,8 @@ const std::string& scratch();
 /// Writes a file (the directories on the way are made), returning its path, and reads one whole.
 std::string write_file(const std::string& path, const std::string& content, unsigned mode = 0644);
 std::string read_file(const std::string& path);
-/// What a command prints to its standard output.
-std::string output_of(const std::string& command);
+/// What a command prints to its standard output; bash runs it, unseen by record_shell.
+std::string output_of(const std::string& command, int* status = nullptr);
 
 /// Puts a fixture file with `content` over the existing file `target`, such as "/proc/meminfo".
 void bind_content(const std::string& target, const std::string& content);

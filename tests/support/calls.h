@@ -1,0 +1,82 @@
+#pragma once
+
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <tuple>
+#include <type_traits>
+#include <vector>
+
+#include "support/cases.h"
+
+/// Texts in one word, each with "|" after it.
+inline std::string joined(const std::vector<std::string>& texts) {
+  std::string word;
+  for (const std::string& text : texts) word += text + "|";
+  return word;
+}
+
+/// What a word says as an argument; "null" is a null pointer.
+template <class Value>
+Value value_of(const std::string& word) {
+  if constexpr (std::is_same_v<Value, char>) {
+    return word.at(0);
+  } else if constexpr (std::is_same_v<Value, const char*>) {
+    return word == "null" ? nullptr : word.c_str();
+  } else if constexpr (std::is_same_v<Value, std::vector<std::string>>) {
+    std::vector<std::string> texts;
+    std::istringstream rest(word);
+    for (std::string text; std::getline(rest, text, '|');) texts.push_back(text);
+    return texts;
+  } else if constexpr (std::is_arithmetic_v<Value>) {
+    return static_cast<Value>(word[0] == '-' ? std::stoll(word) : std::stoull(word, nullptr, 0));
+  } else {
+    return word;
+  }
+}
+
+template <class Value>
+void tell(Words& words, const Value& value) {
+  if constexpr (std::is_same_v<Value, std::vector<std::string>>) {
+    words.push_back(joined(value));
+  } else {
+    std::ostringstream text;
+    text << value;
+    words.push_back(text.str());
+  }
+}
+
+template <class Argument, class Value>
+void tell_changed(Words& words, const Value& value) {
+  using Target = std::remove_reference_t<Argument>;
+  if constexpr (std::is_lvalue_reference_v<Argument> && !std::is_const_v<Target>)
+    tell(words, value);
+}
+
+template <class Result, class... Argument>
+auto call_of(std::function<Result(Argument...)> function) {
+  return [function](const Words& words) {
+    if (words.size() != sizeof...(Argument)) throw std::invalid_argument("number of arguments");
+    [[maybe_unused]] auto word = words.begin();
+    std::tuple<std::decay_t<Argument>...> values{value_of<std::decay_t<Argument>>(*word++)...};
+    Words told;
+    try {
+      if constexpr (std::is_void_v<Result>) {
+        std::apply(function, values);
+      } else {
+        tell(told, std::apply(function, values));
+      }
+    } catch (const std::exception&) {
+      told.push_back("throws");
+    }
+    std::apply([&](const auto&... value) { (tell_changed<Argument>(told, value), ...); }, values);
+    return told;
+  };
+}
+
+/// Makes of a function a call for steps. Each argument is a word; what the function returns is
+/// told, and then what the arguments hold that it may change.
+template <class Function>
+auto call(Function function) {
+  return call_of(std::function(function));
+}
