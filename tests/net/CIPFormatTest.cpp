@@ -5,81 +5,62 @@
 
 #include <array>
 
-#include "support/cases.h"
+#include "support/calls.h"
 #include "utility/CBigInt.h"
 
 namespace {
 
+using S = std::string;
 utility::CIPFormat& format = *utility::CIPFormat::instance();
 
-// A check of all texts of a case, by what `call` gives for each.
-template <class Call>
-auto each_text(const char* field, Call call) {
-  return [field, call](const Case& row) {
-    for (const std::string& text : row.all("text")) row.expect(field, call(text));
-  };
+std::vector<IPRangeExpress> ranges_of(const S& expression) {
+  std::vector<IPRangeExpress> ranges;
+  format.add_ip_to_range(expression, ranges);
+  return ranges;
 }
 
-void check_range(const Case& row) {
-  std::vector<IPRangeExpress> ranges(1);
-  format.add_ip_to_range(row["expression"], ranges);
-  ASSERT_EQ(ranges.size(), 2U);
-  row.expect("begin", ranges[1].begin_text);
-  EXPECT_EQ(ranges[1].is_single, row.has("end") ? 0 : 1);
-  if (row.has("end")) row.expect("end", ranges[1].end_text);
-  for (const auto& ip : row.all("inside")) EXPECT_TRUE(format.is_ip_in_range(ip.c_str(), ranges));
-  for (const auto& ip : row.all("outside")) EXPECT_FALSE(format.is_ip_in_range(ip.c_str(), ranges));
+// The ends of a range, or the one address.
+void range(const S& expression, Words& ends) {
+  for (const IPRangeExpress& one : ranges_of(expression)) {
+    ends.push_back(one.begin_text);
+    if (one.is_single == 0) ends.push_back(one.end_text);
+  }
 }
 
 }  // namespace
 
 TEST(CIPFormat, TextsAndRanges) {
-  const auto type_of = [](const std::string& text) -> long long {
-    return format.ipv6_address_field_type_get(text.c_str());
+  const auto parse_v4 = [](const char* text, unsigned& value) {
+    return format.ipv4_to_i(text, &value);
   };
-  const auto compress = [](const std::string& text) {
-    return format.ipv6_zero_compress(text.c_str());
+  const auto type_of = [](const char* text) { return format.ipv6_address_field_type_get(text); };
+  const auto full_form = [](const char* text, S& out) {
+    return format.format_ip_address(text, out);
   };
-  const auto map = [](const std::string& text) { return format.ipv4_to_ipv6(text); };
-  const auto unmap = [](const std::string& text) { return format.ipv6_to_ipv4(text); };
-  const auto parse_v4 = [](const Case& row) {
-    for (const std::string& text : row.all("text")) {
-      unsigned value = 77;
-      row.expect("result", format.ipv4_to_i(text.c_str(), &value));
-      row.expect("value", value);
-    }
+  const auto compress = [](const char* text) { return format.ipv6_zero_compress(text); };
+  const auto map = [](const S& text) { return format.ipv4_to_ipv6(text); };
+  const auto unmap = [](const S& text) { return format.ipv6_to_ipv4(text); };
+  const auto subtract = [](S& a, const S& b) {
+    return utility::CBigInt::sub(a.c_str(), b.c_str(), a);
   };
-  const auto full_form = [](const Case& row) {
-    for (const std::string& text : row.all("text")) {
-      std::string out = "as before";
-      row.expect("result", format.format_ip_address(text.c_str(), out));
-      row.expect("out", out);
-    }
+  const auto is_in = [](const char* ip, const S& expression) {
+    std::vector<IPRangeExpress> ranges = ranges_of(expression);
+    return format.is_ip_in_range(ip, ranges);
   };
-  const auto subtract = [](const Case& row) {
-    std::string a = row["a"];
-    row.expect("order", utility::CBigInt::sub(a.c_str(), row["b"].c_str(), a));
-    row.expect("difference", a);
-  };
-  const auto no_range = [](const Case& row) {
-    std::vector<IPRangeExpress> ranges;
-    for (const auto& expression : row.all("expression")) format.add_ip_to_range(expression, ranges);
-    EXPECT_TRUE(ranges.empty());
-  };
-  const auto in_range = [](const Case& row) {
-    row.expect("result", format.ipv6_in_range(row["begin"], row["end"], row["ip"]));
+  const auto in_range = [](const S& begin, const S& end, const S& ip) {
+    return format.ipv6_in_range(begin, end, ip);
   };
   for_each_case(FIXTURES "/addresses.txt",
-                {{"ipv4_to_i", parse_v4},
-                 {"ipv6_address_field_type_get", each_text("result", type_of)},
-                 {"format_ip_address", full_form},
-                 {"ipv6_zero_compress", each_text("out", compress)},
-                 {"ipv4_to_ipv6", each_text("out", map)},
-                 {"ipv6_to_ipv4", each_text("out", unmap)},
-                 {"sub", subtract},
-                 {"range", check_range},
-                 {"no_range", no_range},
-                 {"ipv6_in_range", in_range}});
+                {{"steps", steps({{"ipv4_to_i", call(parse_v4)},
+                                  {"ipv6_address_field_type_get", call(type_of)},
+                                  {"format_ip_address", call(full_form)},
+                                  {"ipv6_zero_compress", call(compress)},
+                                  {"ipv4_to_ipv6", call(map)},
+                                  {"ipv6_to_ipv4", call(unmap)},
+                                  {"sub", call(subtract)},
+                                  {"range", call(range)},
+                                  {"is_in", call(is_in)},
+                                  {"ipv6_in_range", call(in_range)}})}});
 }
 
 TEST(CIPFormat, WordsAreKeptWhereATextIsRefused) {

@@ -46,6 +46,14 @@ void tell(Words& words, const Value& value) {
   }
 }
 
+/// The fields of a record as words.
+template <class... Value>
+Words texts(const Value&... value) {
+  Words words;
+  (tell(words, value), ...);
+  return words;
+}
+
 template <class Argument, class Value>
 void tell_changed(Words& words, const Value& value) {
   using Target = std::remove_reference_t<Argument>;

@@ -78,6 +78,7 @@ void Case::expect(const std::string& name, long long seen) const {
 
 void for_each_case(const std::string& path, const Checks& checks, bool apart) {
   std::ifstream file(path);
+  ::setenv("FIXTURES", path.substr(0, path.rfind('/')).c_str(), 1);
   std::set<std::string> idle;
   for (const auto& [name, check] : checks) idle.insert(name);
   for (std::string line, title; file;) {

@@ -50,5 +50,5 @@ void for_each_case(const std::string& path, const Checks& checks, bool apart = f
 ///     shell: command => what it prints
 ///
 /// Arguments and results are words, in quotes where they hold blanks or are empty. Bash runs a
-/// command; without "=>" it must succeed.
+/// command, with the case file's directory as $FIXTURES; without "=>" it must succeed.
 std::function<void(const Case&)> steps(const Calls& calls);
