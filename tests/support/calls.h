@@ -19,8 +19,8 @@ inline std::string joined(const std::vector<std::string>& texts) {
 /// What a word says as an argument; "null" is a null pointer.
 template <class Value>
 Value value_of(const std::string& word) {
-  if constexpr (std::is_same_v<Value, char>) {
-    return word.at(0);
+  if constexpr (sizeof(Value) == 1 && !std::is_same_v<Value, bool>) {
+    return static_cast<Value>(word.at(0));
   } else if constexpr (std::is_same_v<Value, const char*>) {
     return word == "null" ? nullptr : word.c_str();
   } else if constexpr (std::is_same_v<Value, std::vector<std::string>>) {
