@@ -1,13 +1,82 @@
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <climits>
+#include <filesystem>
+#include <fstream>
+#include <future>
+#include <thread>
 
-#include "support/cases.h"
-#include "utility/CDump.h"
-#include "utility/CTime.h"
-#include "utility/TarvelVersion.h"
+#include "support/calls.h"
+#include "utility/utility.h"
 
-using utility::CDump, utility::CTime, utility::TarvelVersion;
+using utility::CDump, utility::CEvent, utility::CTime, utility::TarvelVersion;
+
+TEST(CDiyLog, Lines) {
+  const auto run = [](const Case& row) {
+    utility::CDiyLog log;
+    const auto init = [&log](const char* path, unsigned long flags) {
+      return log.init(path, flags);
+    };
+    const auto write = [&log](const char* text) { log.write_log("%s", text); };
+    std::filesystem::remove("log");
+    const auto set_zone = [](const char* zone) { ::setenv("TZ", zone, 1); };
+    steps({{"init", call(init)}, {"write", call(write)}, {"set_zone", call(set_zone)}})(row);
+  };
+  for_each_case(FIXTURES "/log.txt", {{"steps", run}});
+}
+
+TEST(CDiyLog, ThreadsAndProcessesKeepLinesWhole) {
+  utility::CDiyLog log;
+  const pid_t child = ::fork();
+  log.init("log", 0);
+  std::vector<std::thread> threads;
+  for (char name = child == 0 ? 'a' : 'e'; threads.size() < 4; ++name) {
+    threads.emplace_back([&log, name] {
+      for (std::size_t i = 1; i < 2000; i += 4) log.write_log("%s", std::string(i, name).c_str());
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  if (child == 0) ::_exit(0);
+  ::waitpid(child, nullptr, 0);
+  std::ifstream file("log");
+  for (std::string line; std::getline(file, line);) {
+    EXPECT_EQ(line.substr(23), std::string((line.size() - 23) / 4 * 4 + 1, line.back()));
+  }
+  EXPECT_EQ(std::filesystem::file_size("log"), 8 * 500 * (24 + (1 + 1997) / 2));
+}
+
+TEST(CEvent, StaysSetUntilReleased) {
+  const auto run = [](const Case& row) {
+    CEvent event;
+    steps({{"init", call([&event] { return event.init(); })},
+           {"is_valid", call([&event] { return event.is_valid(); })},
+           {"wait", call([&event](int ms) { return event.wait(ms); })},
+           {"signal", call([&event] { event.signal(); })},
+           {"release", call([&event] { event.release(); })}})(row);
+  };
+  for_each_case(FIXTURES "/event.txt", {{"steps", run}});
+}
+
+TEST(CEvent, ASignalWakesOneWaiter) {
+  for (const int ms : {-1, INT_MAX, 4000}) {
+    CEvent event;
+    event.init();
+    std::vector<std::future<int>> waits(ms == 4000 ? 8 : 1);
+    for (auto& wait : waits) {
+      std::atomic<int> id{0};
+      wait = std::async(std::launch::async, [&] { return id = ::gettid(), event.wait(ms); });
+      for (std::string state; state != "S";) {  // until it sleeps
+        std::ifstream("/proc/self/task/" + std::to_string(id) + "/stat") >> state >> state >> state;
+      }
+    }
+    event.signal();
+    const auto woken = [](std::future<int>& wait) { return wait.get() == 0; };
+    EXPECT_EQ(std::count_if(waits.begin(), waits.end(), woken), 1);
+  }
+}
 
 // What is printed, after a look at what goes into buffers of every size.
 static std::string dumped(std::string data, unsigned long width = CDump::getmaxline()) {
@@ -24,13 +93,11 @@ static std::string dumped(std::string data, unsigned long width = CDump::getmaxl
   return whole;
 }
 
-TEST(CDump, LaysOutLines) {
+TEST(CDump, LaysOutLinesOrRefuses) {
   EXPECT_EQ(dumped({'A', 0, 127, -1}), "41 00 7F FF " + std::string(36, ' ') + " A . . . \n");
   EXPECT_EQ(dumped("01 ~", 2), "30 31  0 1 \n20 7E  . ~ \n       \n");
+  EXPECT_EQ(dumped("0", 1), "30  0 \n    \n");
   EXPECT_EQ(dumped("endless", 0), " \n");
-}
-
-TEST(CDump, Refuses) {
   char data[] = "kept";
   EXPECT_EQ(CDump::fdump(nullptr, data, 1), 1);
   EXPECT_EQ(CDump::dump(nullptr, 0), 1);
