@@ -2,91 +2,56 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <map>
+#include <algorithm>
 
-#include "support/cases.h"
+#include "support/calls.h"
 #include "support/sandbox.h"
 
-namespace fs = std::filesystem;
 using utility::CUnixServ;
-using Services = std::map<std::string, CUnixServ::UnixServData>;
+using S = std::string;
 
 namespace {
 
-int collect(const CUnixServ::UnixServData& data, void* context) {
-  (*static_cast<Services*>(context))[data.name] = data;
-  return 0;
+// The result and "name:status" of each.
+Words list_all() {
+  const auto collect = [](const CUnixServ::UnixServData& data, void* all) {
+    static_cast<Words*>(all)->push_back(data.name + ":" + data.status);
+    return 0;
+  };
+  Words services;
+  services.push_back(std::to_string(CUnixServ::get_all_serv_data(collect, &services)));
+  std::sort(services.begin(), services.end());
+  return services;
 }
 
-void script(const std::string& name, const std::string& body, unsigned mode = 0755) {
-  sandbox::write_file("/etc/init.d/" + name, "#!/bin/sh\n" + body, mode);
+int stop_at_the_first() {
+  const auto stop = [](const CUnixServ::UnixServData&, void* count) {
+    return ++*static_cast<int*>(count);
+  };
+  int count = 0;
+  const int result = CUnixServ::get_all_serv_data(stop, &count);
+  EXPECT_EQ(count, 1);
+  return result;
+}
+
+Words describe(const S& name, const S& text_file) {
+  CUnixServ::UnixServData data{"kept", "kept", "kept"};
+  const int result = CUnixServ::get_serv_data(name, data);
+  sandbox::write_file(text_file, data.status_text);
+  return texts(result, data.name + ":" + data.status);
 }
 
 }  // namespace
 
-TEST(CUnixServ, StatusTextsAreClassifiedByTheFirstPhraseOfTheList) {
-  for_each_case(FIXTURES "/status.txt", {{"text", [](const Case& row) {
-                                            std::string status = "old";
-                                            EXPECT_EQ(CUnixServ::getstatus(row["printed"], status),
-                                                      0);
-                                            row.expect("status", status);
-                                          }}});
-}
-
-TEST(CUnixServ, TheRealServiceCommandRunsTheScripts) {
-  std::string big;
-  while (big.size() < 1000000) big += "0123456789abcde\n";
-  const struct {
-    const char *name, *body, *status;
-    std::string status_text;
-  } rows[] = {
-      {"web", "echo \"web (pid 7) is $1\"\n", "running", "web (pid 7) is status\n"},
-      {"db", "echo 'db is stopped'; echo unseen >&2; exit 3\n", "stopped", "db is stopped\n"},
-      {"big", "yes 0123456789abcde | head -c 1000000; echo is running\n", "running",
-       big + "is running\n"},
-      {"odd~", "printf 'no line end'\n", "-", "no line end"},
-      {"a.b.bak2", "true\n", "-", ""},
-      {"bak", "true\n", "-", ""},  // no dot: a name like any other
-  };
-  fs::remove_all("/etc/init.d");
-  Services services;
-  EXPECT_EQ(CUnixServ::get_all_serv_data(collect, &services), 1);
-  for (const auto& row : rows) script(row.name, row.body);
-  for (const char* name : {"functions", "halt", "killall", "single", "linuxconf", "kudzu",
-                           "rc.boot", "reboot", "network.rpmnew", "x.~", "y.orig"}) {
-    script(name, "echo is running\n");
-  }
-  script("disabled", "echo is running\n", 0644);
-  fs::create_directory("/etc/init.d/dir");
-
-  EXPECT_EQ(CUnixServ::get_all_serv_data(collect, &services), 0);
-  EXPECT_EQ(services.size(), std::size(rows));
-  for (const auto& row : rows) {
-    EXPECT_EQ(services[row.name].status, row.status) << row.name;
-    EXPECT_TRUE(services[row.name].status_text == row.status_text) << row.name;
-  }
+TEST(CUnixServ, ScriptsOfTheRealServiceCommand) {
+  for_each_case(FIXTURES "/services.txt",
+                {{"steps", steps({{"getstatus", call(CUnixServ::getstatus)},
+                                  {"get_all_serv_data", call(list_all)},
+                                  {"get_all_until_stopped", call(stop_at_the_first)},
+                                  {"get_serv_data", call(describe)},
+                                  {"start_serv", call(CUnixServ::start_serv)},
+                                  {"stop_serv", call(CUnixServ::stop_serv)},
+                                  {"record_shell", call([] { sandbox::record_shell(true); })},
+                                  {"commands", call(sandbox::shell_commands)}})}});
   EXPECT_EQ(CUnixServ::get_all_serv_data(nullptr, nullptr), 0);
-  services.clear();
-  const auto stop = [](const auto& data, void* all) { return collect(data, all) + 1; };
-  EXPECT_EQ(CUnixServ::get_all_serv_data(stop, &services), 7);
-  EXPECT_EQ(services.size(), 1U);
-}
-
-TEST(CUnixServ, StartingAndStopping) {
-  sandbox::record_shell(true);
-  script("web", "[ \"$1\" = start ]\n");
-  script("killed", "kill -9 $$\n");
-  EXPECT_EQ(CUnixServ::start_serv("web"), 0);
-  EXPECT_EQ(CUnixServ::stop_serv("web"), 6);
-  EXPECT_EQ(CUnixServ::start_serv("killed"), 6) << "ended by a signal";
-  EXPECT_EQ(CUnixServ::start_serv("") + CUnixServ::stop_serv(""), 2 + 2);
-  CUnixServ::UnixServData data{"kept", "kept", "kept"};
-  EXPECT_EQ(CUnixServ::get_serv_data("", data), 2);
-  EXPECT_EQ(data.name + data.status + data.status_text, "keptkeptkept");
-  EXPECT_EQ(CUnixServ::get_serv_data("web", data), 0);
-  const std::vector<std::string> commands = {"service web start", "service web stop",
-                                             "service killed start",
-                                             "service web status 2>/dev/null"};
-  EXPECT_EQ(sandbox::shell_commands(), commands);
 }

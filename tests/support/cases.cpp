@@ -130,6 +130,11 @@ void run_steps(const Case& row, const Calls& calls) {
   }
 }
 
-std::function<void(const Case&)> steps(const Calls& calls) {
+std::function<void(const Case&)> steps(Calls calls) {
+  calls["write"] = [](const Words& words) {
+    sandbox::write_file(words.at(0), words.at(1));
+    return Words();
+  };
+  calls["read"] = [](const Words& words) { return Words{sandbox::read_file(words.at(0))}; };
   return [calls](const Case& row) { run_steps(row, calls); };
 }

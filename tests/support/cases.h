@@ -49,6 +49,7 @@ void for_each_case(const std::string& path, const Checks& checks, bool apart = f
 ///     call: operation argument... => what it gives
 ///     shell: command => what it prints
 ///
-/// Arguments and results are words, in quotes where they hold blanks or are empty. Bash runs a
+/// Arguments and results are words, in quotes where they hold blanks or are empty. Besides those
+/// of `calls` there are "write" with a path and bytes, and "read" with a path. Bash runs a
 /// command, with the case file's directory as $FIXTURES; without "=>" it must succeed.
-std::function<void(const Case&)> steps(const Calls& calls);
+std::function<void(const Case&)> steps(Calls calls);
