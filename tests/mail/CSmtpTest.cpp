@@ -226,7 +226,7 @@ TEST(CSmtp, ARealServerAuthenticatesAndDelivers) {
     CSmtp::test_mail_t account{"127.0.0.1", "user", password, 1, port, from};
     char seen = 99;
     const int result = CSmtp::testmail(account, seen);
-    flags = seen;
+    flags = static_cast<unsigned char>(seen);
     return result;
   };
   for_each_case(FIXTURES "/server.txt",
