@@ -23,7 +23,7 @@ TEST(CDiyLog, Lines) {
     const auto write = [&log](const char* text) { log.write_log("%s", text); };
     std::filesystem::remove("log");
     const auto set_zone = [](const char* zone) { ::setenv("TZ", zone, 1); };
-    steps({{"init", call(init)}, {"write", call(write)}, {"set_zone", call(set_zone)}})(row);
+    steps({{"init", call(init)}, {"write_log", call(write)}, {"set_zone", call(set_zone)}})(row);
   };
   for_each_case(FIXTURES "/log.txt", {{"steps", run}});
 }
