@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <csignal>
 
-#include "support/calls.h"
+#include "support/cases.h"
 #include "support/sandbox.h"
 
 namespace {
@@ -74,38 +74,36 @@ Words delete_group(const S& name) {
   return texts(result, testing::internal::GetCapturedStdout());
 }
 
-auto account_steps() {
-  return steps({{"record_shell", call([] { sandbox::record_shell(false); })},
-                {"commands", call(sandbox::shell_commands)},
-                {"write_all", call(write_all)},
-                {"stop", call(stop)},
-                {"get_user_data", call(find_user)},
-                {"get_group_data", call(find_group)},
-                {"getusernamebyid", call(U::getusernamebyid)},
-                {"getgrpnamebyid", call(U::getgrpnamebyid)},
-                {"is_user_exist", call(U::is_user_exist)},
-                {"is_group_exist", call(U::is_group_exist)},
-                {"create_user", call(U::create_user)},
-                {"create_group", call(U::create_group)},
-                {"mod_user_data", call(change_user)},
-                {"mod_grp_data", call(change_group)},
-                {"mod_passwd", call(U::mod_passwd)},
-                {"mod_group_member", call(U::mod_group_member)},
-                {"get_new_grp_mem_list", call(U::get_new_grp_mem_list)},
-                {"delete_user", call(U::delete_user)},
-                {"delete_group", call(delete_group)},
-                {"close", call(::close)},
-                {"dup", call(::dup)}});
+Calls account_calls() {
+  return {{"record_shell", call([] { sandbox::record_shell(false); })},
+          {"commands", call(sandbox::shell_commands)},
+          {"write_all", call(write_all)},
+          {"stop", call(stop)},
+          {"get_user_data", call(find_user)},
+          {"get_group_data", call(find_group)},
+          {"getusernamebyid", call(U::getusernamebyid)},
+          {"getgrpnamebyid", call(U::getgrpnamebyid)},
+          {"is_user_exist", call(U::is_user_exist)},
+          {"is_group_exist", call(U::is_group_exist)},
+          {"create_user", call(U::create_user)},
+          {"create_group", call(U::create_group)},
+          {"mod_user_data", call(change_user)},
+          {"mod_grp_data", call(change_group)},
+          {"mod_passwd", call(U::mod_passwd)},
+          {"mod_group_member", call(U::mod_group_member)},
+          {"get_new_grp_mem_list", call(U::get_new_grp_mem_list)},
+          {"delete_user", call(U::delete_user)},
+          {"delete_group", call(delete_group)},
+          {"close", call(::close)},
+          {"dup", call(::dup)}};
 }
 
 }  // namespace
 
-TEST(CUnixUser, RunsExactlyTheseCommands) {
-  for_each_case(FIXTURES "/commands.txt", {{"steps", account_steps()}});
-}
+TEST(CUnixUser, RunsExactlyTheseCommands) { run_cases(FIXTURES "/commands.txt", account_calls()); }
 
 TEST(CUnixUser, ChangesWhatTheDatabasesHold) {
-  for_each_case(FIXTURES "/accounts.txt", {{"steps", account_steps()}});
+  run_cases(FIXTURES "/accounts.txt", account_calls());
   EXPECT_EQ(U::get_all_user_data(nullptr, nullptr), 0);
   EXPECT_EQ(U::get_all_group_data(nullptr, nullptr), 0);
 }

@@ -10,7 +10,7 @@
 #include <filesystem>
 #include <functional>
 
-#include "support/calls.h"
+#include "support/cases.h"
 #include "support/open_descriptors.h"
 #include "support/sandbox.h"
 #include "utility/CUnixFile.h"
@@ -28,21 +28,20 @@ TEST(CUnixTools, FilesAndCommands) {
   };
   ::umask(027);
   const std::size_t descriptors = open_descriptors();
-  for_each_case(FIXTURES "/tools.txt",
-                {{"steps", steps({{"file_type", call(T::file_type)},
-                                  {"file_is_exist", call(T::file_is_exist)},
-                                  {"is_exist_dir", call(T::is_exist_dir)},
-                                  {"read_file_permission", call(permission)},
-                                  {"create_file", call(T::create_file)},
-                                  {"mkdir_parents", call(T::mkdir_parents)},
-                                  {"copy_regular_file", call(T::copy_regular_file)},
-                                  {"copy_file", call(T::copy_file)},
-                                  {"copy_directory", call(T::copy_directory)},
-                                  {"move_file", call(T::move_file)},
-                                  {"rm_file", call(T::rm_file)},
-                                  {"rm_dir", call(T::rm_dir)},
-                                  {"exec_cmd", call(T::exec_cmd)},
-                                  {"exec_cmd_results", call(T::exec_cmd_results)}})}});
+  run_cases(FIXTURES "/tools.txt", {{"file_type", call(T::file_type)},
+                                    {"file_is_exist", call(T::file_is_exist)},
+                                    {"is_exist_dir", call(T::is_exist_dir)},
+                                    {"read_file_permission", call(permission)},
+                                    {"create_file", call(T::create_file)},
+                                    {"mkdir_parents", call(T::mkdir_parents)},
+                                    {"copy_regular_file", call(T::copy_regular_file)},
+                                    {"copy_file", call(T::copy_file)},
+                                    {"copy_directory", call(T::copy_directory)},
+                                    {"move_file", call(T::move_file)},
+                                    {"rm_file", call(T::rm_file)},
+                                    {"rm_dir", call(T::rm_dir)},
+                                    {"exec_cmd", call(T::exec_cmd)},
+                                    {"exec_cmd_results", call(T::exec_cmd_results)}});
   EXPECT_EQ(open_descriptors(), descriptors);
 }
 

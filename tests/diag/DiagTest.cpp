@@ -9,23 +9,22 @@
 #include <future>
 #include <thread>
 
-#include "support/calls.h"
+#include "support/cases.h"
 #include "utility/utility.h"
 
 using utility::CDump, utility::CEvent, utility::CTime, utility::TarvelVersion;
 
 TEST(CDiyLog, Lines) {
-  const auto run = [](const Case& row) {
-    utility::CDiyLog log;
-    const auto init = [&log](const char* path, unsigned long flags) {
-      return log.init(path, flags);
-    };
-    const auto write = [&log](const char* text) { log.write_log("%s", text); };
+  const auto fresh = [] {
+    const auto log = std::make_shared<utility::CDiyLog>();
     std::filesystem::remove("log");
-    const auto set_zone = [](const char* zone) { ::setenv("TZ", zone, 1); };
-    steps({{"init", call(init)}, {"write_log", call(write)}, {"set_zone", call(set_zone)}})(row);
+    return Calls{{"init", call([log](const char* path, unsigned long flags) {
+                    return log->init(path, flags);
+                  })},
+                 {"write_log", call([log](const char* text) { log->write_log("%s", text); })},
+                 {"set_zone", call([](const char* zone) { ::setenv("TZ", zone, 1); })}};
   };
-  for_each_case(FIXTURES "/log.txt", {{"steps", run}});
+  run_cases(FIXTURES "/log.txt", fresh);
 }
 
 TEST(CDiyLog, ThreadsAndProcessesKeepLinesWhole) {
@@ -49,15 +48,15 @@ TEST(CDiyLog, ThreadsAndProcessesKeepLinesWhole) {
 }
 
 TEST(CEvent, StaysSetUntilReleased) {
-  const auto run = [](const Case& row) {
-    CEvent event;
-    steps({{"init", call([&event] { return event.init(); })},
-           {"is_valid", call([&event] { return event.is_valid(); })},
-           {"wait", call([&event](int ms) { return event.wait(ms); })},
-           {"signal", call([&event] { event.signal(); })},
-           {"release", call([&event] { event.release(); })}})(row);
+  const auto fresh = [] {
+    const auto event = std::make_shared<CEvent>();
+    return Calls{{"init", call([event] { return event->init(); })},
+                 {"is_valid", call([event] { return event->is_valid(); })},
+                 {"wait", call([event](int ms) { return event->wait(ms); })},
+                 {"signal", call([event] { event->signal(); })},
+                 {"release", call([event] { event->release(); })}};
   };
-  for_each_case(FIXTURES "/event.txt", {{"steps", run}});
+  run_cases(FIXTURES "/event.txt", fresh);
 }
 
 TEST(CEvent, ASignalWakesOneWaiter) {
@@ -130,19 +129,24 @@ TEST(CTime, FormatsIntoTheRoomGiven) {
 }
 
 TEST(TarvelVersion, NumbersAndOrder) {
-  const auto version = [](const Case& row) {
-    std::vector<int> parts{7}, expected{7};
-    for (const auto& part : row.all("part")) expected.push_back(std::stoi(part));
-    row.expect("regular", TarvelVersion::analyze_version(row["text"], parts));
-    row.expect("regular", TarvelVersion(row["text"]).is_regular_ver());
-    EXPECT_EQ(parts, expected);
+  const auto analyze = [](const std::string& text) {
+    std::vector<int> parts{7};
+    Words told = texts(TarvelVersion::analyze_version(text, parts));
+    for (const int part : parts) tell(told, part);
+    return told;
   };
-  const auto order = [](const Case& row) {
-    const TarvelVersion a(row["left"]), b(row["right"]);
-    const bool equal = row["is"] == "equal", before = row["is"] == "before";
-    EXPECT_TRUE((a == b) == equal && (a != b) == !equal && (a < b) == before &&
-                (a >= b) == !before);
-    EXPECT_TRUE((a <= b) == (before || equal) && (a > b) == !(before || equal));
+  const auto operators = [](const std::string& left, const std::string& right) {
+    const TarvelVersion a(left), b(right);
+    const std::pair<bool, const char*> all[] = {{a == b, " =="}, {a != b, " !="}, {a < b, " <"},
+                                                {a > b, " >"},   {a <= b, " <="}, {a >= b, " >="}};
+    std::string text;
+    for (const auto& [holds, name] : all) text += holds ? name : "";
+    return text.substr(1);
   };
-  for_each_case(FIXTURES "/versions.txt", {{"version", version}, {"order", order}});
+  const auto is_regular = [](const std::string& text) {
+    return TarvelVersion(text).is_regular_ver();
+  };
+  run_cases(FIXTURES "/versions.txt", {{"analyze_version", call(analyze)},
+                                       {"operators", call(operators)},
+                                       {"is_regular", call(is_regular)}});
 }

@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-#include "support/calls.h"
+#include "support/cases.h"
 #include "support/sandbox.h"
 
 using utility::CCSV;
@@ -46,44 +46,48 @@ bool copy(const char* from, const char* to) {
   return done;
 }
 
+using Csv = std::shared_ptr<CCSV>;
+
 /// An operation of `csv`.
 template <class Result, class... Argument>
-auto of(CCSV& csv, Result (CCSV::*operation)(Argument...)) {
+auto of(const Csv& csv, Result (CCSV::*operation)(Argument...)) {
   return call<std::function<Result(Argument...)>>(
-      [&csv, operation](Argument... argument) { return (csv.*operation)(argument...); });
+      [csv, operation](Argument... argument) { return (csv.get()->*operation)(argument...); });
 }
 
-void run(const Case& row) {
-  CCSV csv;
-  const auto read_next = [&csv] {
+Calls fresh() {
+  const Csv csv(new CCSV, [](CCSV* used) {
+    used->Close();
+    delete used;
+  });
+  const auto read_next = [csv] {
     Words fields;
-    return read(csv, fields) ? joined(fields) : "none";
+    return read(*csv, fields) ? joined(fields) : "none";
   };
   const auto captured = [](const char* file) {
     sandbox::write_file(file, testing::internal::GetCapturedStdout());
   };
-  const auto null = [&csv] {
-    return csv.WriteRecord(nullptr, 1) || csv.ReadRecord(nullptr, nullptr);
+  const auto null = [csv] {
+    return csv->WriteRecord(nullptr, 1) || csv->ReadRecord(nullptr, nullptr);
   };
-  steps({{"Create", of(csv, &CCSV::Create)},
-         {"Open", of(csv, &CCSV::Open)},
-         {"GetRecordCount", call([&csv] { return csv.GetRecordCount(); })},
-         {"GetCurPos", call([&csv] { return csv.GetCurPos(); })},
-         {"GetColCnt", call([&csv] { return csv.GetColCnt(); })},
-         {"SetCurPos", of(csv, &CCSV::SetCurPos)},
-         {"MoveFpPos", of(csv, &CCSV::MoveFpPos)},
-         {"GetCols", of(csv, &CCSV::GetCols)},
-         {"DelRecord", of(csv, &CCSV::DelRecord)},
-         {"NeatenFile", of(csv, &CCSV::NeatenFile)},
-         {"ReadRecord", call(read_next)},
-         {"WriteRecord", call([&csv](const Words& fields) { return write(csv, fields); })},
-         {"take_null", call(null)},
-         {"copy", call(copy)},
-         {"capture", call([] { testing::internal::CaptureStdout(); })},
-         {"captured", call(captured)}})(row);
-  csv.Close();
+  return {{"Create", of(csv, &CCSV::Create)},
+          {"Open", of(csv, &CCSV::Open)},
+          {"GetRecordCount", call([csv] { return csv->GetRecordCount(); })},
+          {"GetCurPos", call([csv] { return csv->GetCurPos(); })},
+          {"GetColCnt", call([csv] { return csv->GetColCnt(); })},
+          {"SetCurPos", of(csv, &CCSV::SetCurPos)},
+          {"MoveFpPos", of(csv, &CCSV::MoveFpPos)},
+          {"GetCols", of(csv, &CCSV::GetCols)},
+          {"DelRecord", of(csv, &CCSV::DelRecord)},
+          {"NeatenFile", of(csv, &CCSV::NeatenFile)},
+          {"ReadRecord", call(read_next)},
+          {"WriteRecord", call([csv](const Words& fields) { return write(*csv, fields); })},
+          {"take_null", call(null)},
+          {"copy", call(copy)},
+          {"capture", call([] { testing::internal::CaptureStdout(); })},
+          {"captured", call(captured)}};
 }
 
 }  // namespace
 
-TEST(CCSV, Records) { for_each_case(FIXTURES "/records.txt", {{"steps", run}}); }
+TEST(CCSV, Records) { run_cases(FIXTURES "/records.txt", fresh); }

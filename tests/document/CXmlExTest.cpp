@@ -6,7 +6,7 @@
 
 #include <csignal>
 
-#include "support/calls.h"
+#include "support/cases.h"
 #include "support/sandbox.h"
 
 using utility::CXmlEx;
@@ -17,13 +17,12 @@ TEST(CXmlEx, ReadsAndEditsInPlace) {
     const rlimit limit{size, RLIM_INFINITY};
     ::setrlimit(RLIMIT_FSIZE, &limit);
   };
-  for_each_case(FIXTURES "/edits.txt",
-                {{"steps", steps({{"read_xml_node", call(CXmlEx::read_xml_node)},
-                                  {"read_xml_attribute", call(CXmlEx::read_xml_attribute)},
-                                  {"write_xml_node", call(CXmlEx::write_xml_node)},
-                                  {"write_xml_attribute", call(CXmlEx::write_xml_attribute)},
-                                  {"add_xml_xpath_node", call(CXmlEx::add_xml_xpath_node)},
-                                  {"limit_files", call(limit_files)}})}});
+  run_cases(FIXTURES "/edits.txt", {{"read_xml_node", call(CXmlEx::read_xml_node)},
+                                    {"read_xml_attribute", call(CXmlEx::read_xml_attribute)},
+                                    {"write_xml_node", call(CXmlEx::write_xml_node)},
+                                    {"write_xml_attribute", call(CXmlEx::write_xml_attribute)},
+                                    {"add_xml_xpath_node", call(CXmlEx::add_xml_xpath_node)},
+                                    {"limit_files", call(limit_files)}});
 }
 
 TEST(CXmlEx, TheDocumentTakesManyEdits) {

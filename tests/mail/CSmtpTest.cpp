@@ -12,7 +12,7 @@
 #include <map>
 #include <thread>
 
-#include "support/calls.h"
+#include "support/cases.h"
 #include "support/open_descriptors.h"
 #include "support/sandbox.h"
 
@@ -85,30 +85,36 @@ volatile sig_atomic_t alarms = 0;
 
 TEST(CSmtp, TheDialogueEndsWithTheCodeOfItsFirstFailure) {
   const std::string big(8000000, 'x');
-  for_each_case(
-      FIXTURES "/dialogues.txt",
-      {{"story", [&big](const Case& row) {
-          Answers answers;
-          std::string said = "greeting", expected;
-          for (const std::string& line : row.all("said")) {
-            const std::string text = line.substr(3) + "\r\n";
-            if (line[0] == 'C') expected += said = text;
-            answers[said] += line[0] == 'S' ? text : "";
-          }
-          auto mail = mail_to("127.0.0.1\0x"s);
-          mail.need_auth = row["auth"] == "yes" ? 1 : 0;
-          if (row.has("body_len"))
-            mail.body = big.data(), mail.body_len = static_cast<int>(row.number("body_len"));
-          CSmtp::test_mail_t account{mail.server, "user", "pass", mail.need_auth, 0, mail.from};
-          int result = -1, tested = -1;
-          char flags = 0;
-          EXPECT_EQ(talk(answers, [&](int sock) { result = CSmtp::putmail(sock, mail); }),
-                    expected);
-          row.expect("result", result);
-          talk(answers, [&](int sock) { tested = CSmtp::test_valid(sock, account, flags); });
-          row.expect("flags", flags);
-          EXPECT_EQ(tested == 0, (flags & 4) != 0);
-        }}});
+  Answers answers;
+  std::string said, expected;
+  const auto line = [&](const std::string& words) {
+    const std::string text = words.substr(3) + "\r\n";
+    if (words[0] == 'C') expected += said = text;
+    answers[said] += words[0] == 'S' ? text : "";
+  };
+  const auto put = [&](char need_auth, int body_len) {
+    auto mail = mail_to("127.0.0.1\0x"s);
+    mail.need_auth = need_auth - '0';
+    if (body_len > 14) mail.body = big.data(), mail.body_len = body_len;
+    int result = -1;
+    EXPECT_EQ(talk(answers, [&](int sock) { result = CSmtp::putmail(sock, mail); }), expected);
+    return result;
+  };
+  const auto test = [&](char need_auth) {
+    CSmtp::test_mail_t account{"127.0.0.1", "user", "pass", 0, 0, "me@x"};
+    account.need_auth = need_auth - '0';
+    int tested = -1;
+    char flags = 0;
+    talk(answers, [&](int sock) { tested = CSmtp::test_valid(sock, account, flags); });
+    EXPECT_EQ(tested == 0, (flags & 4) != 0);
+    return int{flags};
+  };
+  const auto fresh = [&] {
+    answers.clear();
+    said = "greeting", expected = "";
+    return Calls{{"said", call(line)}, {"putmail", call(put)}, {"test_valid", call(test)}};
+  };
+  run_cases(FIXTURES "/dialogues.txt", fresh);
 }
 
 TEST(CSmtp, CredentialsFitIntoACommandOrStayHere) {
@@ -119,10 +125,9 @@ TEST(CSmtp, CredentialsFitIntoACommandOrStayHere) {
       return result;
     });
   };
-  for_each_case(FIXTURES "/credentials.txt",
-                {{"steps", steps({{"plain", by(CSmtp::auth_plain)},
-                                  {"login", by(CSmtp::auth_login)},
-                                  {"cram", by(CSmtp::auth_cram_md5)}})}});
+  run_cases(FIXTURES "/credentials.txt", {{"plain", by(CSmtp::auth_plain)},
+                                          {"login", by(CSmtp::auth_login)},
+                                          {"cram", by(CSmtp::auth_cram_md5)}});
   auto mail = mail_to(std::string(5000, 'h'));
   const auto client = [&](int sock) { EXPECT_EQ(CSmtp::putmail(sock, mail), 9); };
   EXPECT_EQ(talk({}, client).size(), 4095U) << "a longer command is cut";
@@ -229,6 +234,5 @@ TEST(CSmtp, ARealServerAuthenticatesAndDelivers) {
     flags = static_cast<unsigned char>(seen);
     return result;
   };
-  for_each_case(FIXTURES "/server.txt",
-                {{"steps", steps({{"sendmail", call(sendmail)}, {"testmail", call(testmail)}})}});
+  run_cases(FIXTURES "/server.txt", {{"sendmail", call(sendmail)}, {"testmail", call(testmail)}});
 }

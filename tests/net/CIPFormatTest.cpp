@@ -5,7 +5,7 @@
 
 #include <array>
 
-#include "support/calls.h"
+#include "support/cases.h"
 #include "utility/CBigInt.h"
 
 namespace {
@@ -50,17 +50,16 @@ TEST(CIPFormat, TextsAndRanges) {
   const auto in_range = [](const S& begin, const S& end, const S& ip) {
     return format.ipv6_in_range(begin, end, ip);
   };
-  for_each_case(FIXTURES "/addresses.txt",
-                {{"steps", steps({{"ipv4_to_i", call(parse_v4)},
-                                  {"ipv6_address_field_type_get", call(type_of)},
-                                  {"format_ip_address", call(full_form)},
-                                  {"ipv6_zero_compress", call(compress)},
-                                  {"ipv4_to_ipv6", call(map)},
-                                  {"ipv6_to_ipv4", call(unmap)},
-                                  {"sub", call(subtract)},
-                                  {"range", call(range)},
-                                  {"is_in", call(is_in)},
-                                  {"ipv6_in_range", call(in_range)}})}});
+  run_cases(FIXTURES "/addresses.txt", {{"ipv4_to_i", call(parse_v4)},
+                                        {"ipv6_address_field_type_get", call(type_of)},
+                                        {"format_ip_address", call(full_form)},
+                                        {"ipv6_zero_compress", call(compress)},
+                                        {"ipv4_to_ipv6", call(map)},
+                                        {"ipv6_to_ipv4", call(unmap)},
+                                        {"sub", call(subtract)},
+                                        {"range", call(range)},
+                                        {"is_in", call(is_in)},
+                                        {"ipv6_in_range", call(in_range)}});
 }
 
 TEST(CIPFormat, WordsAreKeptWhereATextIsRefused) {

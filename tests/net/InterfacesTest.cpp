@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 #include <net/if.h>
 
-#include "support/calls.h"
+#include "support/cases.h"
 #include "utility/CNetInfo.h"
 
 using utility::CNetInfo;
@@ -32,15 +32,14 @@ std::size_t count_all() {
 }  // namespace
 
 TEST(Interfaces, AreWhatTheyWereMade) {
-  for_each_case(FIXTURES "/interfaces.txt",
-                {{"steps", steps({{"get_net_info", call(record_of)},
-                                  {"get_net_stat", call(counters_of)},
-                                  {"get_all_ni", call(CNetInfo::get_all_ni)},
-                                  {"count_all", call(count_all)},
-                                  {"get_flags", call(CNetInfo::get_flags)},
-                                  {"get_mtu", call(CNetInfo::get_mtu)},
-                                  {"get_addr", call(CNetInfo::get_addr)},
-                                  {"get_netmask", call(CNetInfo::get_netmask)},
-                                  {"get_broadaddr", call(CNetInfo::get_broadaddr)},
-                                  {"get_macaddr", call(CNetInfo::get_macaddr)}})}});
+  run_cases(FIXTURES "/interfaces.txt", {{"get_net_info", call(record_of)},
+                                         {"get_net_stat", call(counters_of)},
+                                         {"get_all_ni", call(CNetInfo::get_all_ni)},
+                                         {"count_all", call(count_all)},
+                                         {"get_flags", call(CNetInfo::get_flags)},
+                                         {"get_mtu", call(CNetInfo::get_mtu)},
+                                         {"get_addr", call(CNetInfo::get_addr)},
+                                         {"get_netmask", call(CNetInfo::get_netmask)},
+                                         {"get_broadaddr", call(CNetInfo::get_broadaddr)},
+                                         {"get_macaddr", call(CNetInfo::get_macaddr)}});
 }

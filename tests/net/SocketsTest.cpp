@@ -10,7 +10,7 @@
 #include <sstream>
 
 #include "net/socket_table.h"
-#include "support/calls.h"
+#include "support/cases.h"
 #include "support/sandbox.h"
 #include "utility/CNetInfo.h"
 #include "utility/CUnixNetlink.h"
@@ -99,7 +99,7 @@ TEST(SocketTable, LinesFilesAndTables) {
   add_calls<CUnixNetlink>("CUnixNetlink", CUnixNetlink::resolve_netlink_file,
                           CUnixNetlink::get_all_netlink_infos, calls);
   add_calls<CUnixProcNet>("CUnixProcNet", CUnixProcNet::resolve_net_file, below_here, calls);
-  for_each_case(FIXTURES "/sockets.txt", {{"steps", steps(calls)}});
+  run_cases(FIXTURES "/sockets.txt", calls);
 }
 
 // As the kernel writes them.

@@ -17,7 +17,7 @@
 #include <thread>
 
 #include "proc/child.h"
-#include "support/calls.h"
+#include "support/cases.h"
 #include "support/sandbox.h"
 
 namespace fs = std::filesystem;
@@ -91,20 +91,19 @@ int create(const std::string& program, const std::string& args, const std::strin
 TEST(CUnixProc, FilesOfAProcess) {
   ::setenv("CHILD", std::to_string(start_child("proc_test")).c_str(), 1);
   ::dup2(::open("/dev/null", O_RDONLY | O_CLOEXEC), 99);
-  for_each_case(FIXTURES "/files.txt",
-                {{"steps", steps({{"child", call(child)},
-                                  {"get_info", call(Unix::get_info)},
-                                  {"get_uid", call(Unix::get_uid)},
-                                  {"get_gid", call(Unix::get_gid)},
-                                  {"get_proc_name", call(Unix::get_proc_name)},
-                                  {"get_cmd", call(Unix::get_cmd)},
-                                  {"get_proc_name_ext", call(Unix::get_proc_name_ext)},
-                                  {"get_proc_environ", call(Unix::get_proc_environ)},
-                                  {"get_socket_inodes", call(count_inodes)},
-                                  {"walk", call(walk)},
-                                  {"create_proc", call(create)},
-                                  {"record_shell", call([] { sandbox::record_shell(true); })},
-                                  {"commands", call(sandbox::shell_commands)}})}});
+  run_cases(FIXTURES "/files.txt", {{"child", call(child)},
+                                    {"get_info", call(Unix::get_info)},
+                                    {"get_uid", call(Unix::get_uid)},
+                                    {"get_gid", call(Unix::get_gid)},
+                                    {"get_proc_name", call(Unix::get_proc_name)},
+                                    {"get_cmd", call(Unix::get_cmd)},
+                                    {"get_proc_name_ext", call(Unix::get_proc_name_ext)},
+                                    {"get_proc_environ", call(Unix::get_proc_environ)},
+                                    {"get_socket_inodes", call(count_inodes)},
+                                    {"walk", call(walk)},
+                                    {"create_proc", call(create)},
+                                    {"record_shell", call([] { sandbox::record_shell(true); })},
+                                    {"commands", call(sandbox::shell_commands)}});
   std::string text = "old";
   EXPECT_EQ(Unix::parse_args(nullptr, 4, text), 1);
   EXPECT_EQ(text, "old");

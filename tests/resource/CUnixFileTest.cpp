@@ -12,7 +12,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "support/calls.h"
+#include "support/cases.h"
 
 using utility::CUnixFile;
 namespace fs = std::filesystem;
@@ -81,19 +81,18 @@ int call_back_del(S parent, const S& name) {
 }  // namespace
 
 TEST(CUnixFile, ItemsAreListedAndChanged) {
-  for_each_case(FIXTURES "/items.txt",
-                {{"steps", steps({{"umask", call([](unsigned mode) { ::umask(mode); })},
-                                  {"mode_2_string", call(show_mode)},
-                                  {"create_item", call(CUnixFile::create_item)},
-                                  {"mod_mode", call(CUnixFile::mod_mode)},
-                                  {"rename_item", call(CUnixFile::rename_item)},
-                                  {"list", call(list)},
-                                  {"write_all", call(write_all)},
-                                  {"stop", call(stop)},
-                                  {"delete_while_listing", call(delete_while_listing)},
-                                  {"has_subitem", call(CUnixFile::has_subitem)},
-                                  {"delete_item", call(CUnixFile::delete_item)},
-                                  {"call_back_del", call(call_back_del)}})}});
+  run_cases(FIXTURES "/items.txt", {{"umask", call([](unsigned mode) { ::umask(mode); })},
+                                    {"mode_2_string", call(show_mode)},
+                                    {"create_item", call(CUnixFile::create_item)},
+                                    {"mod_mode", call(CUnixFile::mod_mode)},
+                                    {"rename_item", call(CUnixFile::rename_item)},
+                                    {"list", call(list)},
+                                    {"write_all", call(write_all)},
+                                    {"stop", call(stop)},
+                                    {"delete_while_listing", call(delete_while_listing)},
+                                    {"has_subitem", call(CUnixFile::has_subitem)},
+                                    {"delete_item", call(CUnixFile::delete_item)},
+                                    {"call_back_del", call(call_back_del)}});
   EXPECT_EQ(CUnixFile::mode_2_string(S_IFREG, nullptr, 11), nullptr);
 }
 

@@ -138,26 +138,25 @@ TEST(HostFiles, FailuresHaveTheirCodes) {
   EXPECT_EQ(s_told.str(), sandbox::read_file(FIXTURES "/failures"));
 }
 
-static CCpuInfo::CpuStat sample(const Case& row, const char* name) {
+static CCpuInfo::CpuStat sample(const Words& lines, int count) {
   CCpuInfo::CpuStat stat;
-  for (const std::string& line : row.all(name)) {
+  for (const std::string& line : lines) {
     CCpuInfo::CpuStatEnt cpu;
     std::istringstream(line) >> cpu.user >> cpu.nice >> cpu.system >> cpu.idle >> cpu.iowait >>
         cpu.irq >> cpu.softirq;
     stat.ents.push_back(cpu);
   }
-  stat.count = row.has("count") ? std::stoi(row["count"]) : static_cast<int>(stat.ents.size());
+  stat.count = count;
   return stat;
 }
 
 TEST(HostFigures, LoadBetweenTwoSamples) {
-  const auto load = [](const Case& row) {
-    CCpuInfo::CpuStat first = sample(row, "first"), second = sample(row, "second");
-    double usage = -1;
-    row.expect("result", CCpuInfo::get_cpu_usage(first, second, usage));
-    EXPECT_EQ(usage, std::stod(row["usage"]));
+  const auto load = [](const Words& first, int count, const Words& second, int second_count,
+                       double& usage) {
+    CCpuInfo::CpuStat a = sample(first, count), b = sample(second, second_count);
+    return CCpuInfo::get_cpu_usage(a, b, usage);
   };
-  for_each_case(FIXTURES "/loads.txt", {{"load", load}});
+  run_cases(FIXTURES "/loads.txt", {{"get_cpu_usage", call(load)}});
 }
 
 TEST(HostFigures, PackedVersion) {

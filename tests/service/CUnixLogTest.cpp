@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "support/calls.h"
+#include "support/cases.h"
 
 using utility::CUnixLog;
 using S = std::string;
@@ -59,37 +59,37 @@ Words sub_line(const char* mode, long start, long end, S text) {
   return texts(result, position);
 }
 
-auto log_steps() {
+Calls log_calls() {
   const auto all = [] { return rules_of(CUnixLog::get_all_log_data); };
   const auto first = [] { return rules_of(CUnixLog::get_all_log_data, collect_and_stop); };
   const auto exists = [](const S& fac, const S& level, const S& action, bool& found) {
     return CUnixLog::is_existed_data({fac, level, action}, found);
   };
-  return steps({{"set_syslog_name", call(CUnixLog::set_syslog_name)},
-                {"is_valid_fac", call(CUnixLog::is_valid_fac)},
-                {"is_valid_level", call(CUnixLog::is_valid_level)},
-                {"divide_src_obj", call(divide)},
-                {"parse_line", parse(collect)},
-                {"parse_line_until_stopped", parse(collect_and_stop)},
-                {"sub_line", call(sub_line)},
-                {"get_all_log_data", call(all)},
-                {"get_all_until_stopped", call(first)},
-                {"find_ld", search(CUnixLog::find_ld)},
-                {"filter_logs_data", search(CUnixLog::filter_logs_data)},
-                {"is_existed_data", call(exists)},
-                {"add_log_data", change(CUnixLog::add_log_data)},
-                {"del_log_data", change(CUnixLog::del_log_data)},
-                {"put_line", call(CUnixLog::put_line)},
-                {"is_running", call(CUnixLog::is_running)},
-                {"start_syslog", call(CUnixLog::start_syslog)},
-                {"stop_syslog", call(CUnixLog::stop_syslog)},
-                {"restart_syslog", call(CUnixLog::restart_syslog)}});
+  return {{"set_syslog_name", call(CUnixLog::set_syslog_name)},
+          {"is_valid_fac", call(CUnixLog::is_valid_fac)},
+          {"is_valid_level", call(CUnixLog::is_valid_level)},
+          {"divide_src_obj", call(divide)},
+          {"parse_line", parse(collect)},
+          {"parse_line_until_stopped", parse(collect_and_stop)},
+          {"sub_line", call(sub_line)},
+          {"get_all_log_data", call(all)},
+          {"get_all_until_stopped", call(first)},
+          {"find_ld", search(CUnixLog::find_ld)},
+          {"filter_logs_data", search(CUnixLog::filter_logs_data)},
+          {"is_existed_data", call(exists)},
+          {"add_log_data", change(CUnixLog::add_log_data)},
+          {"del_log_data", change(CUnixLog::del_log_data)},
+          {"put_line", call(CUnixLog::put_line)},
+          {"is_running", call(CUnixLog::is_running)},
+          {"start_syslog", call(CUnixLog::start_syslog)},
+          {"stop_syslog", call(CUnixLog::stop_syslog)},
+          {"restart_syslog", call(CUnixLog::restart_syslog)}};
 }
 
 }  // namespace
 
 TEST(CUnixLog, LinesAndFiles) {
-  for_each_case(FIXTURES "/log.txt", {{"steps", log_steps()}});
+  run_cases(FIXTURES "/log.txt", log_calls());
   S text;
   EXPECT_EQ(CUnixLog::sub_line(nullptr, 0, 0, text), 1);
   EXPECT_EQ(CUnixLog::get_all_log_data(nullptr, nullptr), 0);
@@ -98,10 +98,6 @@ TEST(CUnixLog, LinesAndFiles) {
   EXPECT_EQ(CUnixLog::proc_find({}, nullptr) + CUnixLog::proc_exist({}, nullptr), 1 + 1);
 }
 
-TEST(CUnixLog, TheServiceCommandMayFail) {
-  for_each_case(FIXTURES "/daemon.txt", {{"steps", log_steps()}});
-}
+TEST(CUnixLog, TheServiceCommandMayFail) { run_cases(FIXTURES "/daemon.txt", log_calls()); }
 
-TEST(CUnixLog, TheRealDaemonFollowsTheRules) {
-  for_each_case(FIXTURES "/rsyslog.txt", {{"steps", log_steps()}});
-}
+TEST(CUnixLog, TheRealDaemonFollowsTheRules) { run_cases(FIXTURES "/rsyslog.txt", log_calls()); }

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "support/calls.h"
+#include "support/cases.h"
 #include "support/sandbox.h"
 
 using utility::CUnixServ;
@@ -44,14 +44,13 @@ Words describe(const S& name, const S& text_file) {
 }  // namespace
 
 TEST(CUnixServ, ScriptsOfTheRealServiceCommand) {
-  for_each_case(FIXTURES "/services.txt",
-                {{"steps", steps({{"getstatus", call(CUnixServ::getstatus)},
-                                  {"get_all_serv_data", call(list_all)},
-                                  {"get_all_until_stopped", call(stop_at_the_first)},
-                                  {"get_serv_data", call(describe)},
-                                  {"start_serv", call(CUnixServ::start_serv)},
-                                  {"stop_serv", call(CUnixServ::stop_serv)},
-                                  {"record_shell", call([] { sandbox::record_shell(true); })},
-                                  {"commands", call(sandbox::shell_commands)}})}});
+  run_cases(FIXTURES "/services.txt", {{"getstatus", call(CUnixServ::getstatus)},
+                                       {"get_all_serv_data", call(list_all)},
+                                       {"get_all_until_stopped", call(stop_at_the_first)},
+                                       {"get_serv_data", call(describe)},
+                                       {"start_serv", call(CUnixServ::start_serv)},
+                                       {"stop_serv", call(CUnixServ::stop_serv)},
+                                       {"record_shell", call([] { sandbox::record_shell(true); })},
+                                       {"commands", call(sandbox::shell_commands)}});
   EXPECT_EQ(CUnixServ::get_all_serv_data(nullptr, nullptr), 0);
 }

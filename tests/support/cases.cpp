@@ -6,9 +6,10 @@
 
 #include <algorithm>
 #include <fstream>
-#include <stdexcept>
 
 #include "support/sandbox.h"
+
+namespace {
 
 std::string unescaped(const std::string& text) {
   static const std::map<char, char> kBytes = {{'n', '\n'}, {'r', '\r'}, {'t', '\t'}, {'0', '\0'}};
@@ -44,97 +45,65 @@ Words words_of(const std::string& line) {
   return words;
 }
 
-bool Case::has(const std::string& name) const {
-  return std::any_of(lines_.begin(), lines_.end(), [&](auto& line) { return line.first == name; });
-}
+// One line of a case.
+struct Step {
+  std::string name, text, result;
+  bool has_result = false;
+  Words words;  // of a call
 
-std::vector<std::string> Case::all(const std::string& name) const {
-  unread_.erase(name);
-  std::vector<std::string> texts;
-  for (const auto& [one, text] : lines_) {
-    if (one == name) texts.push_back(unescaped(text));
+  explicit Step(const std::string& line) {
+    const std::size_t colon = line.find(": "), arrow = line.find(" =>", colon);
+    name = line.substr(0, colon);
+    text = line.substr(colon + 2, arrow - colon - 2);
+    has_result = name != "case" && arrow < line.size();
+    if (has_result) result = line.substr(std::min(arrow + 4, line.size()));
+    if (name == "call") words = words_of(text);
+    if (name != "call" && name != "shell") words = {name, unescaped(text)};
   }
-  return texts;
-}
 
-std::string Case::operator[](const std::string& name) const {
-  if (!has(name)) ADD_FAILURE() << "the case has no field \"" << name << "\"";
-  std::string text;
-  for (const std::string& line : all(name)) text += (text.empty() ? "" : "\n") + line;
-  return text;
-}
-
-long long Case::number(const std::string& name) const {
-  return std::stoll((*this)[name], nullptr, 0);
-}
-
-void Case::expect(const std::string& name, const std::string& seen) const {
-  EXPECT_EQ(seen, (*this)[name]) << name;
-}
-
-void Case::expect(const std::string& name, long long seen) const {
-  EXPECT_EQ(seen, number(name)) << name;
-}
-
-void for_each_case(const std::string& path, const Checks& checks, bool apart) {
-  std::ifstream file(path);
-  ::setenv("FIXTURES", path.substr(0, path.rfind('/')).c_str(), 1);
-  std::set<std::string> idle;
-  for (const auto& [name, check] : checks) idle.insert(name);
-  for (std::string line, title; file;) {
-    Case one;
-    while (std::getline(file, line) && !line.empty()) {
-      if (line[0] == '#') continue;
-      const std::size_t colon = line.find(':');
-      const std::string name = line.substr(0, colon);
-      if (one.lines_.empty()) title = name;
-      one.lines_.emplace_back(name, line.size() > colon + 2 ? line.substr(colon + 2) : "");
-      one.unread_.insert(name);
+  void take(const Calls& calls) const {
+    SCOPED_TRACE(name + ": " + text);
+    if (name == "shell") {
+      int status = 0;
+      std::string printed = sandbox::output_of(text, &status);
+      printed.erase(printed.find_last_not_of('\n') + 1);
+      EXPECT_EQ(printed, unescaped(result));
+      EXPECT_TRUE(status == 0 || has_result);
+    } else if (const auto call = calls.find(words.at(0)); call != calls.end()) {
+      EXPECT_EQ(call->second({words.begin() + 1, words.end()}), words_of(result));
+    } else {
+      ADD_FAILURE() << "no such operation";
     }
-    if (one.lines_.empty()) continue;
-    SCOPED_TRACE(path + ": " + title + ": " + one[title]);
-    idle.erase(title);
+  }
+};
+
+}  // namespace
+
+void run_cases(const std::string& path, const std::function<Calls()>& make_calls, bool apart) {
+  std::ifstream file(path);
+  ASSERT_TRUE(file.is_open()) << path;
+  ::setenv("FIXTURES", path.substr(0, path.rfind('/')).c_str(), 1);
+  while (file) {
+    std::vector<Step> steps;
+    for (std::string line; std::getline(file, line) && !line.empty();) {
+      if (line[0] != '#') steps.emplace_back(line);
+    }
+    if (steps.empty()) continue;
+    SCOPED_TRACE(path + ": " + steps[0].text);
     if (const pid_t child = apart ? ::fork() : 0; child != 0) {
       int status = -1;
       ::waitpid(child, &status, 0);
       EXPECT_EQ(status, 0);
       continue;
     }
-    checks.at(title)(one);
-    for (const std::string& name : one.unread_) ADD_FAILURE() << "nobody reads \"" << name << "\"";
+    Calls calls = make_calls();
+    calls["case"] = [](const Words&) { return Words(); };
+    calls["read"] = [](const Words& words) { return Words{sandbox::read_file(words.at(0))}; };
+    calls["write"] = [](const Words& words) {
+      sandbox::write_file(words.at(0), words.at(1));
+      return Words();
+    };
+    for (const Step& step : steps) step.take(calls);
     if (apart) ::_exit(::testing::Test::HasFailure() ? 1 : 0);
   }
-  for (const std::string& name : idle) ADD_FAILURE() << path << " has no case for " << name;
-}
-
-void run_steps(const Case& row, const Calls& calls) {
-  row.unread_.clear();
-  for (auto step = row.lines_.begin() + 1; step != row.lines_.end(); ++step) {
-    const std::string& text = step->second;
-    const std::size_t arrow = std::min(text.find(" =>"), text.size());
-    const std::string what = text.substr(0, arrow),
-                      after = text.substr(std::min(arrow + 4, text.size()));
-    if (step->first == "shell") {
-      int status = 0;
-      std::string printed = sandbox::output_of(what, &status);
-      printed.erase(printed.find_last_not_of('\n') + 1);
-      EXPECT_EQ(printed, unescaped(after)) << text;
-      EXPECT_TRUE(status == 0 || arrow < text.size()) << text;
-    } else {
-      Words words = words_of(what);
-      const auto call = calls.find(words.at(0));
-      if (step->first != "call" || call == calls.end()) throw std::invalid_argument(text);
-      words.erase(words.begin());
-      EXPECT_EQ(call->second(words), words_of(after)) << text;
-    }
-  }
-}
-
-std::function<void(const Case&)> steps(Calls calls) {
-  calls["write"] = [](const Words& words) {
-    sandbox::write_file(words.at(0), words.at(1));
-    return Words();
-  };
-  calls["read"] = [](const Words& words) { return Words{sandbox::read_file(words.at(0))}; };
-  return [calls](const Case& row) { run_steps(row, calls); };
 }
