@@ -50,7 +50,7 @@ class DatabaseWalk {
 // Returns kFileNotRead, with `found` untouched, when the file cannot be read.
 Code find_account_line(const char* path, const std::string& name, int& found) {
   std::string text;
-  if (!read_all(open_to_read(path).get(), text)) return kFileNotRead;
+  if (const Fd file = open_to_read(path); !file || !read_all(file.get(), text)) return kFileNotRead;
   const std::string start = name + ":";
   found = 0;
   for (std::string_view rest = text; found == 0 && !rest.empty();) {

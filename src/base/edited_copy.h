@@ -4,7 +4,7 @@
 
 namespace utility::detail {
 
-/// How far it came.
+/// How far it came; the order counts.
 enum class Copied { kNotOpened, kNotRead, kNotWritten, kWhole };
 
 /// Appends the lines of the file `path`, in pieces of 1,023 bytes, to the file `copy`, which is
