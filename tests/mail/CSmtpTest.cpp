@@ -144,15 +144,14 @@ TEST(CSmtp, ConnectingLeavesTheCallersAlarmAlone) {
   ::sigaction(SIGALRM, &action, nullptr);
   std::atomic<bool> over{false};
   std::thread sender([&] {
-    be_interrupted();
     sigset_t mask{};
     sigaddset(&mask, SIGALRM);
     ::pthread_sigmask(SIG_BLOCK, &mask, nullptr);
     const std::tuple<const char*, short, int> rows[] = {
         {"127.0.0.1", 2525, 5},
         {"no-such-host.invalid", 25, 4},
-        {"127.0.0.1", 4000, 11},
-        {"127.0.0.1", 0, 9}};  // who has not authenticated may not send
+        {"127.0.0.1", 0, 9},       // who has not authenticated may not send
+        {"127.0.0.1", 4000, 11}};  // the last, so that no other takes its alarm
     const std::size_t descriptors = open_descriptors();
     for (const auto& [server, port, result] : rows) {
       auto mail = mail_to(server, port);
