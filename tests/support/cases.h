@@ -60,7 +60,7 @@ Value value_of(const std::string& word) {
   } else if constexpr (std::is_arithmetic_v<Value>) {
     return static_cast<Value>(word[0] == '-' ? std::stoll(word) : std::stoull(word, nullptr, 0));
   } else {
-    return word;
+    return Value(word);
   }
 }
 
