@@ -40,7 +40,8 @@ void check_address(const std::string& text) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   Input input(data, size);
-  const std::string first = input.c_text('-'), last = input.c_text('-'), ip = input.c_text('-');
+  const std::string first = input.text('-').c_str(), last = input.text('-').c_str(),
+                    ip = input.text('-').c_str();
   for (const std::string& text : {first, last, ip}) check_address(text);
   std::vector<IPRangeExpress> ranges;
   format.add_ip_to_range(first + "-" + last, ranges);

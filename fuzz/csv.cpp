@@ -52,7 +52,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   check(is_placed, "a directory of its own");
   Input input(data, size);
   const std::size_t where = input.byte();
-  const std::string first = input.c_text('\x1f'), second = input.c_text('\x1f');
+  const std::string first = input.text('\x1f').c_str(), second = input.text('\x1f').c_str();
   const Record record{field_that_reads_back(first), field_that_reads_back(second)};
   write_file(file, input.rest());
 

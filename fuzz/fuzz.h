@@ -44,8 +44,6 @@ class Input {
     bytes_.erase(0, size + 1);
     return taken;
   }
-  /// The same up to a byte of zero: a text as C has it.
-  std::string c_text(char end) { return text(end).c_str(); }
   const std::string& rest() const { return bytes_; }
 
  private:

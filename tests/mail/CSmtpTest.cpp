@@ -13,7 +13,6 @@
 #include <thread>
 
 #include "support/cases.h"
-#include "support/open_descriptors.h"
 #include "support/sandbox.h"
 
 using utility::CSmtp;
@@ -152,7 +151,7 @@ TEST(CSmtp, ConnectingLeavesTheCallersAlarmAlone) {
         {"no-such-host.invalid", 25, 4},
         {"127.0.0.1", 0, 9},       // who has not authenticated may not send
         {"127.0.0.1", 4000, 11}};  // the last, so that no other takes its alarm
-    const std::size_t descriptors = open_descriptors();
+    const int descriptors = sandbox::open_descriptors();
     for (const auto& [server, port, result] : rows) {
       auto mail = mail_to(server, port);
       const auto begin = std::chrono::steady_clock::now();
@@ -160,7 +159,7 @@ TEST(CSmtp, ConnectingLeavesTheCallersAlarmAlone) {
       EXPECT_EQ(std::chrono::steady_clock::now() - begin >= 3s, result == 11);
       EXPECT_EQ(::alarm(0), 0U) << "none is left";
     }
-    EXPECT_EQ(open_descriptors(), descriptors);
+    EXPECT_EQ(sandbox::open_descriptors(), descriptors);
     ::pthread_sigmask(SIG_SETMASK, nullptr, &mask);
     EXPECT_EQ(sigismember(&mask, SIGALRM), 1);
     over = true;

@@ -96,6 +96,7 @@ void run_cases(const std::string& path, const std::function<Calls()>& make_calls
       EXPECT_EQ(status, 0);
       continue;
     }
+    const int descriptors = sandbox::open_descriptors();
     Calls calls = make_calls();
     calls["case"] = [](const Words&) { return Words(); };
     calls["read"] = [](const Words& words) { return Words{sandbox::read_file(words.at(0))}; };
@@ -104,6 +105,8 @@ void run_cases(const std::string& path, const std::function<Calls()>& make_calls
       return Words();
     };
     for (const Step& step : steps) step.take(calls);
+    calls.clear();
+    EXPECT_EQ(sandbox::open_descriptors(), descriptors);
     if (apart) ::_exit(::testing::Test::HasFailure() ? 1 : 0);
   }
 }

@@ -1,5 +1,6 @@
 #include "support/sandbox.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -75,11 +76,10 @@ void bind_path(const std::string& source, const std::string& target) {
   require(::mount(source.c_str(), target.c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0, target);
 }
 
-void bind_content(const std::string& target, const std::string& content) {
-  static int s_count = 0;
-  const std::string file = kPrivate + "fixtures/" + std::to_string(++s_count);
-  write_file(file, content);
-  bind_path(file, target);
+int open_descriptors() {
+  int count = 0;
+  for (int fd = 0; fd < 1024; ++fd) count += ::fcntl(fd, F_GETFD) != -1 ? 1 : 0;
+  return count;
 }
 
 void record_shell(bool execute) {

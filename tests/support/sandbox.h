@@ -26,8 +26,9 @@ std::string read_file(const std::string& path);
 /// What a command prints to its standard output; bash runs it, unseen by record_shell.
 std::string output_of(const std::string& command, int* status = nullptr);
 
-/// Puts a fixture file with `content` over the existing file `target`, such as "/proc/meminfo".
-void bind_content(const std::string& target, const std::string& content);
+/// How many descriptors this process holds.
+int open_descriptors();
+
 /// Puts the file or directory `source` over the existing `target`.
 void bind_path(const std::string& source, const std::string& target);
 
