@@ -9,7 +9,7 @@
 /// own (with nothing but loopback), a private /etc, /usr and /var, an empty /run and a /proc of its
 /// own. ctest starts every test through it; by hand that is
 ///
-///     tests/support/sandbox build/debug/bin/net_test --gtest_filter='Sockets.*'
+///     tests/support/sandbox build/debug/bin/sockets_test --gtest_filter='ProcNet.*'
 ///
 /// A test may change whatever is private; when it ends, every process it started is killed and
 /// every mount is gone. Each test has a process and a machine to itself, so nothing has to be put
