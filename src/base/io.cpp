@@ -15,15 +15,13 @@ struct CommandEnd {
 
 }  // namespace
 
-bool read_all(int fd, std::string& text, std::size_t limit) {
+bool read_all(int fd, std::string& text) {
   std::array<char, 4096> block;
-  while (limit > 0) {
-    const ssize_t count = read_some(fd, block.data(), std::min(limit, block.size()));
+  for (;;) {
+    const ssize_t count = read_some(fd, block.data(), block.size());
     if (count <= 0) return count == 0;
     text.append(block.data(), static_cast<std::size_t>(count));
-    limit -= static_cast<std::size_t>(count);
   }
-  return true;
 }
 
 int wait_for_events(int fd, short events, int milliseconds) noexcept {

@@ -34,8 +34,8 @@ inline ssize_t read_some(int fd, char* bytes, std::size_t size) noexcept {
   return retry([=] { return ::read(fd, bytes, size); });
 }
 
-/// Appends what is left to read, up to `limit` bytes in all; false when an error cut it short.
-bool read_all(int fd, std::string& text, std::size_t limit = std::string::npos);
+/// Appends what is left to read; false when an error cut it short.
+bool read_all(int fd, std::string& text);
 
 /// Writes all of `bytes` by calls of `write(rest)`; false where no more can be written.
 template <class Write>
