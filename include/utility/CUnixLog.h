@@ -73,7 +73,7 @@ class UTILITY_API CUnixLog {
   /// "*.info;mail.none  /var/log/messages" gives "*.info;mail.none" and "/var/log/messages". Blanks
   /// before the last ";" become part of the selectors.
   ///
-  /// @return 0; 1 for an empty line (both outputs are untouched); 8 without an action: `obj` is
+  /// @return 0; 1 for an empty line (both outputs are empty then); 8 without an action: `obj` is
   ///         empty then and `src` holds the selectors before the last ";", each with its ";".
   static int divide_src_obj(const std::string& line, std::string& src, std::string& obj);
 
@@ -103,8 +103,7 @@ class UTILITY_API CUnixLog {
   /// Reports the rules that cover a facility and a level.
   ///
   /// @return 11 when either is not valid (the file is not opened); otherwise what
-  /// `get_all_log_data`
-  ///         returns.
+  ///         `get_all_log_data` returns.
   static int find_ld(const std::string& fac, const std::string& level, Callback callback,
                      void* context);
   /// The same as `find_ld`.

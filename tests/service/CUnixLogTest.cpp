@@ -44,12 +44,6 @@ auto parse(CUnixLog::Callback callback) {
   });
 }
 
-Words divide(const S& line) {
-  S selectors, action = "old";
-  const int result = CUnixLog::divide_src_obj(line, selectors, action);
-  return texts(result, action.empty() ? "empty" : "filled");
-}
-
 // Of the file "digits"; the position after it where it is done.
 Words sub_line(const char* mode, long start, long end, S text) {
   FILE* file = std::fopen("digits", mode);
@@ -68,7 +62,7 @@ Calls log_calls() {
   return {{"set_syslog_name", call(CUnixLog::set_syslog_name)},
           {"is_valid_fac", call(CUnixLog::is_valid_fac)},
           {"is_valid_level", call(CUnixLog::is_valid_level)},
-          {"divide_src_obj", call(divide)},
+          {"divide_src_obj", call(CUnixLog::divide_src_obj)},
           {"parse_line", parse(collect)},
           {"parse_line_until_stopped", parse(collect_and_stop)},
           {"sub_line", call(sub_line)},
