@@ -29,7 +29,7 @@ namespace {
 // A field of the record of the process CHILD.
 std::string child(const std::string& field) {
   Data data{"", 77, 77, 77, 77, "old", "old", "old", {}, 77};
-  EXPECT_EQ(Unix::get_proc_data(std::atoi(std::getenv("CHILD")), data), 0);
+  EXPECT_EQ(Unix::get_proc_data(std::stoi(std::getenv("CHILD")), data), 0);
   if (data.path == fs::read_symlink("/proc/self/exe")) data.path = "exe";
   const std::map<std::string, std::string> fields = {
       {"name", data.name},
@@ -146,6 +146,7 @@ TEST(CUnixProc, RealProcesses) {
   std::string path = "old";
   EXPECT_EQ(Unix::get_path_name(-1, path), 1);
   EXPECT_EQ(Unix::get_path_name(zombie, path), 0);
+  EXPECT_EQ(Unix::get_path_name(0, path), 0);
   EXPECT_EQ(path, "old");
   fs::create_symlink(" /etc/to \t", "/etc/link");
   EXPECT_EQ(Unix::get_proc_name_ext("/dev/null", "/etc/link", path), 0);
@@ -202,6 +203,7 @@ TEST(CUnixProc, MappedFiles) {
   std::vector<Unix::UnixProcMapInfo> infos;
   EXPECT_EQ(Unix::get_all_proc_map_info(infos), 0);
   ASSERT_EQ(infos.size(), 3U) << "init, this process and the child that maps files";
+  EXPECT_EQ(infos[2].pid, child);
   EXPECT_EQ(infos[2].maps, (Words{"/lib/a.so", "/lib/b.so", cut, "/odd[", "/with"}));
   const Words& own = infos[1].maps;
   EXPECT_EQ(std::count(own.begin(), own.end(), fs::read_symlink("/proc/self/exe")), 1);
