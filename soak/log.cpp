@@ -8,6 +8,7 @@
 #include <array>
 #include <atomic>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <map>
 #include <string>
@@ -49,7 +50,7 @@ class Parcel {
   Parcel(const Parcel&) = delete;
   Parcel& operator=(const Parcel&) = delete;
 
-  int& descriptor() { return *reinterpret_cast<int*>(CMSG_DATA(CMSG_FIRSTHDR(&header_))); }
+  int& descriptor() { return *reinterpret_cast<int*>(control_.data() + CMSG_LEN(0)); }
   bool send(int socket) { return ::sendmsg(socket, &header_, 0) == 1; }
   bool receive(int socket) { return ::recvmsg(socket, &header_, 0) == 1; }
 
@@ -102,12 +103,11 @@ std::map<ino_t, int> receive_files(int socket) {
 void count_lines(int fd, Tally& tally) {
   std::ifstream file("/proc/self/fd/" + std::to_string(fd));
   for (std::string line; std::getline(file, line);) {
-    std::size_t writer = 0;
-    std::size_t number = 0;
-    bench::require(line.size() > kStamp &&
-                       std::sscanf(line.c_str() + kStamp, "%zu %zu", &writer, &number) == 2 &&
-                       line.substr(kStamp) == message(writer, number),
-                   "a line is torn: " + line);
+    bench::require(line.size() > kStamp, "a line is cut: " + line);
+    char* rest = nullptr;
+    const std::size_t writer = std::strtoul(line.c_str() + kStamp, &rest, 10);
+    const std::size_t number = std::strtoul(rest, nullptr, 10);
+    bench::require(line.substr(kStamp) == message(writer, number), "a line is torn: " + line);
     ++tally.at(writer).at(number);
   }
 }

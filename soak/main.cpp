@@ -78,7 +78,7 @@ void copy_csv() {
   fs::current_path(fs::path(path).parent_path());  // where the temporary file goes
   const char* in_front[] = {new char[]{"in front"}};
   // 16 bytes for each 4 KiB of the file, in a list that grows by doubling.
-  watch("CSV tail copy", {1024 + 3 * 16 * size / 4096 / 1024, 2}, [&] {
+  watch("CSV tail copy", {1024 + size / 4096 * 3 * 16 / 1024, 2}, [&] {
     CCSV csv;
     require(csv.Open(path.c_str()) && csv.GetRecordCount() == records, "records were not counted");
     require(csv.SetCurPos(0) && csv.WriteRecord(in_front, 1), "no record could be inserted");

@@ -64,7 +64,8 @@ TEST(CUnixTools, ALeasedSourceIsWaitedFor) {
 TEST(CUnixTools, SwappedEntriesLeadNowhere) {
   fs::create_directories("outside/precious");
   const pid_t swapper = ::fork();
-  while (swapper == 0) ::renameat2(AT_FDCWD, "tree/entry", AT_FDCWD, "spare", RENAME_EXCHANGE);
+  if (swapper == 0)
+    for (;;) ::renameat2(AT_FDCWD, "tree/entry", AT_FDCWD, "spare", RENAME_EXCHANGE);
   const std::function<void()> operations[] = {[] { CUnixTools::rm_dir("tree"); },
                                               [] { CUnixFile::delete_item("tree", true); },
                                               [] { CUnixTools::copy_directory("tree", "copy"); }};

@@ -13,8 +13,10 @@ namespace {
 
 bool write(CCSV& csv, const Words& fields) {
   std::vector<char*> record;
-  for (const std::string& field : fields)
-    record.push_back(::strcpy(new char[field.size() + 1], field.c_str()));
+  for (const std::string& field : fields) {
+    record.push_back(new char[field.size() + 1]());
+    field.copy(record.back(), field.size());
+  }
   record.push_back(new char[1]());
   const auto count = static_cast<int>(fields.size());
   const bool done = csv.WriteRecord(const_cast<const char**>(record.data()), count);

@@ -244,7 +244,7 @@ int main(int argc, char** argv) {
   if (*argv[1] != '-') {
     Outcome outcome{"died", 0, 0, 0, false};
     ::getpgid(0);  // from here on it is the operation's
-    run(kOperations[std::atoi(argv[1])], 0, outcome);
+    run(kOperations[std::stoul(argv[1])], 0, outcome);
     answer(answers, outcome);
     ::_exit(0);  // without exit handlers: what was disturbed stays so
   }

@@ -93,7 +93,7 @@ TEST(CSmtp, TheDialogueEndsWithTheCodeOfItsFirstFailure) {
   };
   const auto put = [&](char need_auth, int body_len) {
     auto mail = mail_to("127.0.0.1\0x"s);
-    mail.need_auth = need_auth - '0';
+    mail.need_auth = static_cast<char>(need_auth - '0');
     if (body_len > 14) mail.body = big.data(), mail.body_len = body_len;
     int result = -1;
     EXPECT_EQ(talk(answers, [&](int sock) { result = CSmtp::putmail(sock, mail); }), expected);
@@ -101,7 +101,7 @@ TEST(CSmtp, TheDialogueEndsWithTheCodeOfItsFirstFailure) {
   };
   const auto test = [&](char need_auth) {
     CSmtp::test_mail_t account{"127.0.0.1", "user", "pass", 0, 0, "me@x"};
-    account.need_auth = need_auth - '0';
+    account.need_auth = static_cast<char>(need_auth - '0');
     int tested = -1;
     char flags = 0;
     talk(answers, [&](int sock) { tested = CSmtp::test_valid(sock, account, flags); });
