@@ -219,9 +219,8 @@ int CUnixUser::mod_user_data(const UnixUserData& record) {
   if (options.empty()) return kDone;
 
   if (const int status = run_tool("/usr/sbin/usermod" + options + " " + record.name)) return status;
-  if (record.home != current.home) {
+  if (record.home != current.home)
     static_cast<void>(std::rename(current.home.c_str(), record.home.c_str()));
-  }
   return kDone;
 }
 

@@ -112,9 +112,8 @@ class TreeCopy {
     const std::unique_ptr<DirWalk> entries(new (std::nothrow) DirWalk(parent, name, flags));
     if (!entries || !*entries) return kNotCopied;
     int code = kDone;
-    while (const char* entry = entries->next()) {
+    while (const char* entry = entries->next())
       code = copy_entry(entries->fd(), source, target, entry);
-    }
     return code;
   }
 
@@ -126,9 +125,7 @@ class TreeCopy {
     const std::string source = source_dir + "/" + name;
     const std::string target = join_path(target_dir.c_str(), entry, kCopyPathLimit);
     const FileStatus status(dir, name.c_str(), AT_SYMLINK_NOFOLLOW);
-    if (!status.is(S_IFDIR)) {
-      return copy_undivided(kind_of(status), source.c_str(), target.c_str());
-    }
+    if (!status.is(S_IFDIR)) return copy_undivided(kind_of(status), source.c_str(), target.c_str());
     if (status.is_same(top_)) return kNotCopied;
     make_target(target.c_str(), status->st_mode);
     return copy(dir, name.c_str(), O_NOFOLLOW, source, target);
@@ -158,11 +155,11 @@ bool remove_entries(int parent, const char* name, const std::string& path) {
   while (const char* entry = entries.next()) {
     const std::string cut = cut_name(path, entry, kRemovePathLimit);
     if (cut.empty()) return false;
-    const bool is_directory =
-        FileStatus(entries.fd(), cut.c_str(), AT_SYMLINK_NOFOLLOW).is(S_IFDIR);
-    if (::unlinkat(entries.fd(), cut.c_str(), is_directory ? AT_REMOVEDIR : 0) == 0) continue;
-    if (!is_directory || (errno != ENOTEMPTY && errno != EEXIST) ||
-        !remove_entries(entries.fd(), cut.c_str(), path + "/" + cut) ||
+    const std::string inner = join_path(path.c_str(), cut.c_str(), kRemovePathLimit);
+    const FileStatus status(entries.fd(), cut.c_str(), AT_SYMLINK_NOFOLLOW);
+    if (::unlinkat(entries.fd(), cut.c_str(), status.is(S_IFDIR) ? AT_REMOVEDIR : 0) == 0) continue;
+    if (!status.is(S_IFDIR) || (errno != ENOTEMPTY && errno != EEXIST) ||
+        !remove_entries(entries.fd(), cut.c_str(), inner) ||
         ::unlinkat(entries.fd(), cut.c_str(), AT_REMOVEDIR) != 0) {
       return false;
     }

@@ -18,11 +18,12 @@ class DatabaseEntry {
   template <class Fetch>
   explicit DatabaseEntry(Fetch fetch) noexcept {
     for (std::size_t size = 1024; size <= kLargest; size *= 4) {
-      text_ = make_buffer(size);
-      if (!text_) return;
+      Buffer text = make_buffer(size);
+      if (!text) return;
       Entry* found = nullptr;
-      const int error = fetch(&entry_, text_.get(), size, &found);
+      const int error = fetch(&entry_, text.get(), size, &found);
       if (error == ERANGE) continue;
+      text_ = std::move(text);
       is_found_ = error == 0 && found != nullptr;
       is_answered_ = is_found_ || !is_failure(error);
       return;

@@ -55,9 +55,8 @@ bool is_complete(const CSmtp::send_mail_t& mail) {
 // Greeting, EHLO and, where asked for, authentication.
 template <class Account>
 int introduce(int sock, Dialogue& dialogue, const Account& account) {
-  int result = dialogue.read_greeting();
-  if (result != kSuccess) return result;
-  result = dialogue.say("EHLO " + before_nul(account.server) + " \r\n", kReply250, 2);
+  if (const int greeted = dialogue.read_greeting()) return greeted;
+  const int result = dialogue.say("EHLO " + before_nul(account.server) + " \r\n", kReply250, 2);
   if (result != kSuccess || account.need_auth == 0) return result;
   char methods = 0;
   CSmtp::parseauth(dialogue.reply(), methods);
@@ -172,8 +171,7 @@ int CSmtp::formatheader(send_mail_t& mail, std::string& header) {
 int CSmtp::putmail(int sock, send_mail_t& mail) {
   if (!is_complete(mail)) return kBadArgument;
   std::string header;
-  int result = formatheader(mail, header);
-  if (result != kSuccess) return result;
+  if (const int formatted = formatheader(mail, header)) return formatted;
   // Header, body and a zero byte, put together before the server is waited for.
   const std::size_t size = header.size() + static_cast<std::size_t>(mail.body_len) + 1;
   const Buffer block = make_buffer(size);
@@ -182,7 +180,7 @@ int CSmtp::putmail(int sock, send_mail_t& mail) {
   header.copy(block.get(), header.size());
   std::memcpy(block.get() + header.size(), mail.body, size - 1 - header.size());
 
-  result = introduce(sock, dialogue, mail);
+  int result = introduce(sock, dialogue, mail);
   if (result == kSuccess) result = offer_address(dialogue, "MAIL From", mail.from);
   if (result == kSuccess) result = offer_recipients(dialogue, mail);
   if (result == kSuccess) result = dialogue.say("DATA\r\n");

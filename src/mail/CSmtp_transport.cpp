@@ -120,9 +120,8 @@ int CSmtp::connecttoserv(std::string host, short port, int& sock) {
   sock = created;
   sockaddr_in address{};
   address.sin_family = AF_INET;
-  if (!resolve_host(host, address.sin_addr) || !resolve_port(port, address.sin_port)) {
+  if (!resolve_host(host, address.sin_addr) || !resolve_port(port, address.sin_port))
     return kNotResolved;
-  }
   return connect_timeout(sock, reinterpret_cast<sockaddr*>(&address), sizeof address,
                          kConnectSeconds);
 }

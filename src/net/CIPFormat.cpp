@@ -107,8 +107,6 @@ ZeroRun fill_slots(CIPFormat& format, char* text, char (&slots)[kGroups][kGroupD
   return best;
 }
 
-using detail::compare_decimal;
-
 using DecimalText = char[sizeof(IPRangeExpress::begin_text)];  // forty digits at most are used
 
 // Writes the decimal text by which an address is compared: its four words, one after the other.

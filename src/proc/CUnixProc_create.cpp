@@ -80,7 +80,6 @@ void close_below(unsigned int limit) {
 
 // The shell command that runs `executable` with `args`. In the executable's file name every byte
 // but letters and digits is escaped; its directories, and a path without "/", stay as they are.
-std::string shell_command(const std::string& executable, const std::string& args);
 std::string shell_command(const std::string& executable, const std::string& args) {
   const std::size_t slash = std::min(executable.rfind('/'), executable.size() - 1);
   std::string command = executable.substr(0, slash + 1);

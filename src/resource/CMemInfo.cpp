@@ -66,12 +66,9 @@ int CMemInfo::get_process_mem_usage(const int& pid, double& usage) {
   const std::string path = "/proc/" + std::to_string(pid) + "/status";
   Lines<512> lines(open_to_read(path.c_str()));
   if (!lines) return kNotRead;
-  int resident = 0;
-  while (lines.next()) {
-    if (!begins_with(lines.line(), "VmRSS")) continue;
-    resident = static_cast<int>(kilobytes_after(first_word(lines.text())));
-    break;
-  }
+  bool found = false;
+  while (!found && lines.next()) found = begins_with(lines.line(), "VmRSS");
+  const int resident = found ? static_cast<int>(kilobytes_after(first_word(lines.text()))) : 0;
   MemStat stat;
   if (get_mem_stat(stat) != kDone) return kHostNotRead;
   usage = std::trunc(share_of(resident, stat.total) * 100.0 * 10.0 + 0.5) / 10.0;

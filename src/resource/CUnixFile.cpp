@@ -74,11 +74,9 @@ char* put_permissions(unsigned int mode, const ModeClass& who, char* out) {
   *out++ = (bits & S_IROTH) != 0 ? 'r' : '-';
   *out++ = (bits & S_IWOTH) != 0 ? 'w' : '-';
   const bool execute = (bits & S_IXOTH) != 0;
-  if ((mode & who.special) != 0) {
-    *out++ = execute ? who.with_execute : who.without_execute;
-  } else {
-    *out++ = execute ? 'x' : '-';
-  }
+  const char plain = execute ? 'x' : '-';
+  const char special = execute ? who.with_execute : who.without_execute;
+  *out++ = (mode & who.special) != 0 ? special : plain;
   return out;
 }
 

@@ -221,8 +221,7 @@ int CUnixLog::proc_find(const UnixLogData& rule, void* context) {
   }
   const UnixLogData query{*search->fac, *search->level, ""};
   if (!is_part_of(query, rule)) return kDone;
-  const bool is_stopped = search->callback(rule, search->context) != 0;
-  return is_stopped ? kLineStopped : kDone;
+  return stops(search->callback, rule, search->context) ? kLineStopped : kDone;
 }
 
 int CUnixLog::is_existed_data(const UnixLogData& data, bool& found) {
@@ -237,9 +236,8 @@ int CUnixLog::proc_exist(const UnixLogData& rule, void* context) {
     return kNothingGiven;
   }
   const UnixLogData& wanted = *search->data;
-  if (rule.fac == wanted.fac && rule.level == wanted.level && rule.obj == wanted.obj) {
+  if (rule.fac == wanted.fac && rule.level == wanted.level && rule.obj == wanted.obj)
     *search->found = true;
-  }
   return kDone;
 }
 

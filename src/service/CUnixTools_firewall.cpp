@@ -31,9 +31,7 @@ void change_centos(const std::string& port, const PortChange& change) {
   }
   const bool has_panel = exists("/etc/amh-iptables");
   const char* rules = has_panel ? "/etc/amh-iptables" : "/etc/sysconfig/iptables";
-  if (exists(rules)) {
-    change.edit(rules, "-A INPUT -p tcp -m tcp --dport " + port + " -j ACCEPT\n");
-  }
+  if (exists(rules)) change.edit(rules, "-A INPUT -p tcp -m tcp --dport " + port + " -j ACCEPT\n");
   run(std::string("/etc/init.d/") + (has_panel ? "amh-start" : "iptables") +
       " restart 2&> /dev/null");
 }
