@@ -24,6 +24,8 @@ FILES = {"table": "a,1\r\nb,2\r\nc,3\r\n", "doc": "<r><a x='1'>old</a></r>\n", "
 EDITS = {"CCSV::WriteRecord": "table", "CCSV::DelRecord": "table", "CCSV::NeatenFile": "table",
          "CXmlEx::write_xml_node": "doc", "CXmlEx::add_xml_xpath_node": "doc", "mod_group_member": "/etc/group",
          "del_log_data": "/etc/syslog.conf", "add_log_data": "/etc/syslog.conf", "put_line": "/etc/syslog.conf"}
+# What answers true only if it has been done.
+TRUE_IS_DONE = "CCSV::WriteRecord", "CCSV::DelRecord", "CCSV::NeatenFile", "CXmlEx::write_xml_node"
 
 
 def place(name):
@@ -77,11 +79,17 @@ def disturb(operation, name):
     """Lets the last call of each kind fail: what has been done by then must be undone or told."""
     directory = place(f"calls{operation}")
     results = []
-    for kind, (before, made) in trace(operation, directory, FAILURES).items():
+    counts = trace(operation, directory, FAILURES)
+    edited = [Path(directory, file) for part, file in EDITS.items() if part in name and part in TRUE_IS_DONE]
+    done = [path.read_bytes() for path in edited]
+    for kind, (before, made) in counts.items():
         if made > 0:
             place(directory)
             fault = f"inject={kind}:error={FAILURES[kind]}:when={before + made}"
-            results.append(check(name, f"{kind} {made} fails", run(operation, directory, "-e", fault).stdout))
+            answer = run(operation, directory, "-e", fault).stdout
+            results.append(check(name, f"{kind} {made} fails", answer))
+            if edited and answer.split()[1:2] == ["1"] and edited[0].read_bytes() != done[0]:
+                results.append(f"{name}, {kind} {made} fails: it is not done, but true")
     return results
 
 
