@@ -1,6 +1,7 @@
 #include "utility/CMemInfo.h"
 
 #include <cmath>
+#include <cstdint>
 
 #include "base/io.h"
 #include "base/text.h"
