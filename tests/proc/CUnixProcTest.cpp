@@ -27,7 +27,7 @@ using Data = Unix::UnixProcData;
 namespace {
 
 // A field of the record of the process CHILD.
-std::string child(const std::string& field) {
+std::string child_field(const std::string& field) {
   Data data{"", 77, 77, 77, 77, "old", "old", "old", {}, 77};
   EXPECT_EQ(Unix::get_proc_data(std::stoi(std::getenv("CHILD")), data), 0);
   if (data.path == fs::read_symlink("/proc/self/exe")) data.path = "exe";
@@ -93,7 +93,7 @@ int create(const std::string& program, const std::string& args, const std::strin
 TEST(CUnixProc, FilesOfAProcess) {
   ::setenv("CHILD", std::to_string(start_child("proc_test")).c_str(), 1);
   ::dup2(::open("/dev/null", O_RDONLY | O_CLOEXEC), 99);
-  run_cases(FIXTURES "/files.txt", {{"child", call(child)},
+  run_cases(FIXTURES "/files.txt", {{"child", call(child_field)},
                                     {"get_info", call(Unix::get_info)},
                                     {"get_uid", call(Unix::get_uid)},
                                     {"get_gid", call(Unix::get_gid)},
@@ -122,8 +122,8 @@ TEST(CUnixProc, RealProcesses) {
   }
   const pid_t child = start_child("", [&] {
     if (::setresgid(1001, 0, 0) != 0 || ::setresuid(1000, 0, 0) != 0) ::_exit(1);
-    const char* const envp[] = {"A=1", "B=two words", nullptr};
-    ::execle(program.c_str(), "sleep", "600", nullptr, envp);
+    const char* const given[] = {"A=1", "B=two words", nullptr};
+    ::execle(program.c_str(), "sleep", "600", nullptr, given);
   });
   Data data;
   ASSERT_EQ(Unix::get_proc_data(child, data), 0);
@@ -145,8 +145,7 @@ TEST(CUnixProc, RealProcesses) {
 
   std::string path = "old";
   EXPECT_EQ(Unix::get_path_name(-1, path), 1);
-  EXPECT_EQ(Unix::get_path_name(zombie, path), 0);
-  EXPECT_EQ(Unix::get_path_name(0, path), 0);
+  for (const int pid : {zombie, 0}) EXPECT_EQ(Unix::get_path_name(pid, path), 0);
   EXPECT_EQ(path, "old");
   fs::create_symlink(" /etc/to \t", "/etc/link");
   EXPECT_EQ(Unix::get_proc_name_ext("/dev/null", "/etc/link", path), 0);

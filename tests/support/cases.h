@@ -59,7 +59,7 @@ Value value_of(const std::string& word) {
   } else if constexpr (std::is_floating_point_v<Value>) {
     return std::stod(word);
   } else if constexpr (std::is_arithmetic_v<Value>) {
-    return static_cast<Value>(word[0] == '-' ? std::stoll(word) : std::stoull(word, nullptr, 0));
+    return static_cast<Value>(std::stoull(word, nullptr, 0));  // a minus wraps
   } else {
     return Value(word);
   }
