@@ -155,11 +155,11 @@ bool remove_entries(int parent, const char* name, const std::string& path) {
   while (const char* entry = entries.next()) {
     const std::string cut = cut_name(path, entry, kRemovePathLimit);
     if (cut.empty()) return false;
-    const std::string inner = join_path(path.c_str(), cut.c_str(), kRemovePathLimit);
     const FileStatus status(entries.fd(), cut.c_str(), AT_SYMLINK_NOFOLLOW);
     if (::unlinkat(entries.fd(), cut.c_str(), status.is(S_IFDIR) ? AT_REMOVEDIR : 0) == 0) continue;
     if (!status.is(S_IFDIR) || (errno != ENOTEMPTY && errno != EEXIST) ||
-        !remove_entries(entries.fd(), cut.c_str(), inner) ||
+        !remove_entries(entries.fd(), cut.c_str(),
+                        join_path(path.c_str(), cut.c_str(), kRemovePathLimit)) ||
         ::unlinkat(entries.fd(), cut.c_str(), AT_REMOVEDIR) != 0) {
       return false;
     }
