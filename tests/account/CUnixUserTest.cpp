@@ -75,9 +75,7 @@ Words delete_group(const S& name) {
 }
 
 Calls account_calls() {
-  return {{"record_shell", call([] { sandbox::record_shell(false); })},
-          {"commands", call(sandbox::shell_commands)},
-          {"write_all", call(write_all)},
+  return {{"write_all", call(write_all)},
           {"stop", call(stop)},
           {"get_user_data", call(find_user)},
           {"get_group_data", call(find_group)},

@@ -99,7 +99,9 @@ void run_cases(const std::string& path, const std::function<Calls()>& make_calls
     const int descriptors = sandbox::open_descriptors();
     Calls calls = make_calls();
     calls["case"] = [](const Words&) { return Words(); };
-    calls["read"] = [](const Words& words) { return Words{sandbox::read_file(words.at(0))}; };
+    calls["read"] = call(sandbox::read_file);
+    calls["record_shell"] = call(sandbox::record_shell);
+    calls["commands"] = call(sandbox::shell_commands);
     calls["write"] = [](const Words& words) {
       sandbox::write_file(words.at(0), words.at(1));
       return Words();

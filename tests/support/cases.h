@@ -25,8 +25,8 @@ using Calls = std::map<std::string, std::function<Words(const Words& arguments)>
 /// \t, \0 and \xHH stand for these bytes, and \c for any other byte c; with *N* after one of them
 /// it stands N times. A list is one word, with "|" after each of its texts. Bash runs a command,
 /// with the file's directory as $FIXTURES; without "=>" it must succeed. Besides the operations
-/// given there are "write" with a path and bytes, and "read" with a path. A case leaves no
-/// descriptor open.
+/// given there are "write" with a path and bytes, "read" with a path, "record_shell" (1: what it
+/// records runs as well) and "commands" of sandbox.h. A case leaves no descriptor open.
 ///
 /// @param make_calls  gives the operations of each case anew.
 /// @param apart       gives each case a process of its own.
