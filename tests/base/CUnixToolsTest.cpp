@@ -11,6 +11,7 @@
 #include <functional>
 
 #include "support/cases.h"
+#include "support/child.h"
 #include "support/sandbox.h"
 #include "utility/CUnixFile.h"
 
@@ -44,15 +45,11 @@ TEST(CUnixTools, FilesAndCommands) {
 
 TEST(CUnixTools, ALeasedSourceIsWaitedFor) {
   sandbox::write_file("source", "content");
-  const pid_t holder = ::fork();
-  if (holder == 0) {
+  const pid_t holder = start_child("", [] {
     ::signal(SIGIO, [](int) { ::_exit(0); });  // asked to let go
     const int fd = ::open("source", O_RDWR);
     if (::fcntl(fd, F_SETLEASE, F_WRLCK) != 0) ::_exit(1);
-    sandbox::write_file("leased", "");
-    for (;;) ::pause();
-  }
-  while (!fs::exists("leased")) ASSERT_EQ(::waitpid(holder, nullptr, WNOHANG), 0);
+  });
   EXPECT_EQ(CUnixTools::move_file("source", "target", false), 0);
   EXPECT_EQ(sandbox::read_file("target"), "content");
   int status = -1;

@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <thread>
 
-#include "proc/child.h"
+#include "support/child.h"
 #include "support/sandbox.h"
 #include "utility/CUnixProc.h"
 

@@ -16,8 +16,8 @@
 #include <map>
 #include <thread>
 
-#include "proc/child.h"
 #include "support/cases.h"
+#include "support/child.h"
 #include "support/sandbox.h"
 
 namespace fs = std::filesystem;
