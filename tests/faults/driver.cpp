@@ -19,6 +19,7 @@
 #include <new>
 #include <thread>
 
+#include "support/sandbox.h"
 #include "utility/utility.h"
 
 using namespace utility;  // NOLINT(google-build-using-namespace): a few names of every family
@@ -188,12 +189,6 @@ int run_threads() {
   return wrong;
 }
 
-int open_descriptors() {
-  int count = 0;
-  for (int fd = 0; fd < 100; ++fd) count += ::fcntl(fd, F_GETFD) != -1 ? 1 : 0;
-  return count;
-}
-
 struct Outcome {
   const char* ended;
   long code;
@@ -202,7 +197,7 @@ struct Outcome {
 };
 
 void run(const Operation& operation, int failing_allocation, Outcome& outcome) {
-  const int before = open_descriptors();
+  const int before = sandbox::open_descriptors(100);  // traced, each costs
   const char* ended = "returned";
   try {
     g_until_failure = failing_allocation;
@@ -212,7 +207,7 @@ void run(const Operation& operation, int failing_allocation, Outcome& outcome) {
   }
   outcome.failed = failing_allocation > 0 && g_until_failure == 0;
   g_until_failure = 0;
-  outcome.left_open = open_descriptors() - before;
+  outcome.left_open = sandbox::open_descriptors(100) - before;
   if (outcome.failed && __lsan_do_recoverable_leak_check != nullptr)
     outcome.leaks = __lsan_do_recoverable_leak_check();
   outcome.ended = ended;

@@ -1,6 +1,5 @@
 #include "support/sandbox.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -74,12 +73,6 @@ std::string output_of(const std::string& command, int* status) {
 
 void bind_path(const std::string& source, const std::string& target) {
   require(::mount(source.c_str(), target.c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0, target);
-}
-
-int open_descriptors() {
-  int count = 0;
-  for (int fd = 0; fd < 1024; ++fd) count += ::fcntl(fd, F_GETFD) != -1 ? 1 : 0;
-  return count;
 }
 
 void record_shell(bool execute) {

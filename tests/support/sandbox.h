@@ -1,5 +1,7 @@
 #pragma once
 
+#include <fcntl.h>
+
 #include <string>
 #include <vector>
 
@@ -26,8 +28,12 @@ std::string read_file(const std::string& path);
 /// What a command prints to its standard output; bash runs it, unseen by record_shell.
 std::string output_of(const std::string& command, int* status = nullptr);
 
-/// How many descriptors this process holds.
-int open_descriptors();
+/// How many descriptors this process holds, of those below `end`.
+inline int open_descriptors(int end = 1024) {
+  int count = 0;
+  for (int fd = 0; fd < end; ++fd) count += ::fcntl(fd, F_GETFD) != -1 ? 1 : 0;
+  return count;
+}
 
 /// Puts the file or directory `source` over the existing `target`.
 void bind_path(const std::string& source, const std::string& target);
