@@ -3,8 +3,8 @@
 
 faults.py DRIVER HEADERS allocations|calls|kills|threads, in a sandbox: an allocation, a system call, the whole
 process at a system call; or operations meet on several threads. Whatever fails, an operation returns in
-time (or, without memory, throws), leaves no descriptor open, and gives a code that its header lists; and a file that is changed when the process is
-killed is the old one or the new one.
+time (or, without memory, throws), leaves no descriptor open, and gives a code that its header lists; where true
+means done, it has been done; and a file that is changed when the process is killed is the old one or the new one.
 """
 import os, re, shutil, struct, subprocess, sys
 from concurrent.futures import ThreadPoolExecutor
@@ -80,15 +80,15 @@ def disturb(operation, name):
     directory = place(f"calls{operation}")
     results = []
     counts = trace(operation, directory, FAILURES)
-    edited = [Path(directory, file) for part, file in EDITS.items() if part in name and part in TRUE_IS_DONE]
-    done = [path.read_bytes() for path in edited]
+    edited = next((Path(directory, file) for part, file in EDITS.items() if part in name and part in TRUE_IS_DONE), None)
+    done = edited.read_bytes() if edited else None
     for kind, (before, made) in counts.items():
         if made > 0:
             place(directory)
             fault = f"inject={kind}:error={FAILURES[kind]}:when={before + made}"
             answer = run(operation, directory, "-e", fault).stdout
             results.append(check(name, f"{kind} {made} fails", answer))
-            if edited and answer.split()[1:2] == ["1"] and edited[0].read_bytes() != done[0]:
+            if edited and answer.split()[1:2] == ["1"] and edited.read_bytes() != done:
                 results.append(f"{name}, {kind} {made} fails: it is not done, but true")
     return results
 
