@@ -197,7 +197,7 @@ struct Outcome {
 };
 
 void run(const Operation& operation, int failing_allocation, Outcome& outcome) {
-  const int before = sandbox::open_descriptors(100);  // traced, each costs
+  const int before = sandbox::open_descriptors();
   const char* ended = "returned";
   try {
     g_until_failure = failing_allocation;
@@ -207,7 +207,7 @@ void run(const Operation& operation, int failing_allocation, Outcome& outcome) {
   }
   outcome.failed = failing_allocation > 0 && g_until_failure == 0;
   g_until_failure = 0;
-  outcome.left_open = sandbox::open_descriptors(100) - before;
+  outcome.left_open = sandbox::open_descriptors() - before;
   if (outcome.failed && __lsan_do_recoverable_leak_check != nullptr)
     outcome.leaks = __lsan_do_recoverable_leak_check();
   outcome.ended = ended;
