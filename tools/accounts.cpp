@@ -3,7 +3,6 @@
 #include <utility/CUnixTools.h>
 #include <utility/CUnixUser.h>
 
-#include <algorithm>
 #include <map>
 #include <string>
 #include <vector>
@@ -31,37 +30,34 @@ bool fill_users(const Filters& /*filters*/, Table& table) {
                         CUnixUser::get_all_group_data(collect, &groups) == 0;
   std::map<unsigned, std::string> group_names;
   for (const auto& group : groups) group_names.emplace(group.gid, group.name);
-  std::stable_sort(users.begin(), users.end(),
-                   [](const auto& a, const auto& b) { return a.uid < b.uid; });
   for (const auto& user : users) {
     const auto group = group_names.find(user.gid);
     table.add({user.name, std::to_string(user.uid), group != group_names.end() ? group->second : "",
                std::to_string(user.gid), user.gecos, user.home, user.shell});
   }
+  table.sort("UID");
   return complete;
 }
 
 bool fill_groups(const Filters& /*filters*/, Table& table) {
   std::vector<CUnixUser::UnixGroupData> groups;
   const bool complete = CUnixUser::get_all_group_data(collect, &groups) == 0;
-  std::stable_sort(groups.begin(), groups.end(),
-                   [](const auto& a, const auto& b) { return a.gid < b.gid; });
   for (const auto& group : groups) {
     std::string members;
     CUnixUser::get_new_grp_mem_list(group.members, members);
     table.add({group.name, std::to_string(group.gid), members});
   }
+  table.sort("GID");
   return complete;
 }
 
 bool fill_services(const Filters& /*filters*/, Table& table) {
   std::vector<CUnixServ::UnixServData> services;
   const bool complete = CUnixServ::get_all_serv_data(collect, &services) == 0;
-  std::sort(services.begin(), services.end(),
-            [](const auto& a, const auto& b) { return a.name < b.name; });
   for (const auto& service : services) {
     table.add({service.name, service.status == "-" ? "" : service.status});
   }
+  table.sort("NAME");
   return complete;
 }
 

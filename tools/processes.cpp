@@ -47,8 +47,6 @@ std::string local_time(long seconds) {
 bool fill_processes(const Filters& filters, Table& table) {
   std::vector<Process> processes;
   const bool complete = CUnixProc::get_all_proc_data(collect, &processes) == 0;
-  std::sort(processes.begin(), processes.end(),
-            [](const Process& a, const Process& b) { return a.pid < b.pid; });
   long boot_time = 0;
   CUnixProc::get_boottime(boot_time);
   UserNames users;
@@ -67,6 +65,7 @@ bool fill_processes(const Filters& filters, Table& table) {
          process.name, process.path, process.environ, process.cmd},
         pid, process.ppid);
   }
+  table.sort("PID");
   return complete;
 }
 
@@ -82,12 +81,11 @@ bool fill_maps(const Filters& filters, Table& table) {
     infos.push_back(std::move(info));
   } else {
     complete = CUnixProc::get_all_proc_map_info(infos) == 0;
-    std::sort(infos.begin(), infos.end(),
-              [](const auto& a, const auto& b) { return a.pid < b.pid; });
   }
   for (const auto& info : infos) {
     for (const std::string& path : info.maps) table.add({std::to_string(info.pid), path});
   }
+  table.sort("PID");
   return complete;
 }
 

@@ -101,17 +101,20 @@ Table::Table(const char* section, const std::vector<Column>& columns, const char
   if (!look.output.empty()) choose(look.output.substr(look.output[0] == '+' ? 1 : 0));
 }
 
+std::size_t Table::index_of(const char* column) const {
+  const auto found = std::find_if(columns_.begin(), columns_.end(), [column](const Column& one) {
+    return ::strcasecmp(one.name, column) == 0;
+  });
+  if (found == columns_.end()) {
+    throw UsageError(std::string("no column '") + column + "' in " + section_);
+  }
+  return static_cast<std::size_t>(found - columns_.begin());
+}
+
 void Table::choose(std::string names) {
   names += ',';
   for (std::size_t end; (end = names.find(',')) != std::string::npos; names.erase(0, end + 1)) {
-    const std::string name = names.substr(0, end);
-    const auto found = std::find_if(columns_.begin(), columns_.end(), [&](const Column& column) {
-      return ::strcasecmp(column.name, name.c_str()) == 0;
-    });
-    if (found == columns_.end()) {
-      throw UsageError("no column '" + name + "' in " + section_);
-    }
-    const auto index = static_cast<std::size_t>(found - columns_.begin());
+    const std::size_t index = index_of(names.substr(0, end).c_str());
     if (std::find(shown_.begin(), shown_.end(), index) == shown_.end()) shown_.push_back(index);
   }
 }
@@ -123,6 +126,15 @@ bool Table::shows(const char* column) const {
 
 void Table::add(std::vector<std::string> cells, int id, int parent) {
   rows_.push_back({std::move(cells), id, parent});
+}
+
+void Table::sort(const char* column) {
+  const std::size_t at = index_of(column);
+  const bool number = columns_[at].kind == Kind::kNumber;
+  std::stable_sort(rows_.begin(), rows_.end(), [at, number](const Row& a, const Row& b) {
+    const std::string &one = a.cells[at], &other = b.cells[at];
+    return number && one.size() != other.size() ? one.size() < other.size() : one < other;
+  });
 }
 
 bool Table::misses_root() const {

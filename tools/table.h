@@ -61,6 +61,9 @@ class Table {
   /// value, or an empty list. `id` and `parent` matter to trees only.
   void add(std::vector<std::string> cells, int id = 0, int parent = 0);
 
+  /// Orders the rows by a column that there is: numbers by value, texts by their bytes.
+  void sort(const char* column);
+
   /// The table as it is printed.
   std::string text() const;
 
@@ -74,6 +77,7 @@ class Table {
     int parent;
   };
 
+  std::size_t index_of(const char* column) const;
   void choose(std::string names);
   std::string cell(const Row& row, std::size_t column) const;
 
