@@ -180,7 +180,7 @@ TEST(CUnixProc, WalksMeetVanishedProcesses) {
   EXPECT_EQ(data.name + data.cmd + data.path + std::to_string(data.uid), "gone0");
 
   const pid_t busy = start_child("", [] {
-    ::execl("/bin/sh", "sh", "-c", "for i in $(seq 500); do : & : & : & : & wait; done", nullptr);
+    ::execl("/bin/sh", "sh", "-c", "for i in $(seq 200); do : & : & : & : & wait; done", nullptr);
   });
   while (::waitpid(busy, nullptr, WNOHANG) == 0) ASSERT_EQ(walk_all(), 0);
   ASSERT_EQ(::mknod("/etc/socket", S_IFSOCK | 0600, 0), 0);
