@@ -91,8 +91,8 @@ void tell_changed(Words& words, const Value& value) {
     tell(words, value);
 }
 
-template <class Result, class... Argument>
-auto call_of(std::function<Result(Argument...)> function) {
+template <class Function, class Result, class... Argument>
+auto call_of(Function function, std::function<Result(Argument...)>* /*type*/) {
   return [function](const Words& words) {
     if (words.size() != sizeof...(Argument)) throw std::invalid_argument("number of arguments");
     [[maybe_unused]] auto word = words.begin();
@@ -116,5 +116,5 @@ auto call_of(std::function<Result(Argument...)> function) {
 /// told, and then what the arguments hold that it may change.
 template <class Function>
 auto call(Function function) {
-  return call_of(std::function(function));
+  return call_of(function, static_cast<decltype(std::function(function))*>(nullptr));
 }
