@@ -114,14 +114,13 @@ std::size_t Table::index_of(const char* column) const {
 void Table::choose(std::string names) {
   names += ',';
   for (std::size_t end; (end = names.find(',')) != std::string::npos; names.erase(0, end + 1)) {
-    const std::size_t index = index_of(names.substr(0, end).c_str());
-    if (std::find(shown_.begin(), shown_.end(), index) == shown_.end()) shown_.push_back(index);
+    const std::string name = names.substr(0, end);
+    if (!shows(name.c_str())) shown_.push_back(index_of(name.c_str()));
   }
 }
 
 bool Table::shows(const char* column) const {
-  return std::any_of(shown_.begin(), shown_.end(),
-                     [&](std::size_t i) { return std::strcmp(columns_[i].name, column) == 0; });
+  return std::find(shown_.begin(), shown_.end(), index_of(column)) != shown_.end();
 }
 
 void Table::add(std::vector<std::string> cells, int id, int parent) {
