@@ -30,15 +30,15 @@ std::string read_file(const std::string& path);
 /// What a command prints to its standard output; bash runs it, unseen by record_shell.
 std::string output_of(const std::string& command, int* status = nullptr);
 
-/// How many of the first 200 descriptors this process holds. It asks by a single system call, which
-/// is none that the library makes: tests count and disturb those.
+/// How many descriptors this process holds, of the 1,024 that it usually may. It asks by a single
+/// system call, which is none that the library makes: tests count and disturb those.
 inline int open_descriptors() {
-  pollfd all[200];
-  for (int fd = 0; fd < 200; ++fd) all[fd] = {fd, 0, 0};
+  pollfd all[1024];
+  for (int fd = 0; fd < 1024; ++fd) all[fd] = {fd, 0, 0};
   const timespec now{0, 0};
-  if (::ppoll(all, 200, &now, nullptr) < 0) std::abort();
-  return static_cast<int>(
-      std::count_if(all, all + 200, [](const pollfd& one) { return one.revents != POLLNVAL; }));
+  if (::ppoll(all, std::size(all), &now, nullptr) < 0) std::abort();
+  return static_cast<int>(std::count_if(std::begin(all), std::end(all),
+                                        [](const pollfd& one) { return one.revents != POLLNVAL; }));
 }
 
 /// Puts the file or directory `source` over the existing `target`.
